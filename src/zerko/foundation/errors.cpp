@@ -1,6 +1,7 @@
 #include "zerko/foundation/errors.hpp"
 
 #include <atomic>
+#include <cstring>
 
 namespace zerko {
 namespace error {
@@ -14,6 +15,18 @@ std::string named_sentence(std::string_view sentence, std::string_view name) {
 }
 
 }  // namespace error
+
+namespace {
+std::string os_error_text(int error_number, const std::string& path) {
+    return "[Errno " + std::to_string(error_number) + "] " + std::strerror(error_number) + ": '" + path + "'";
+}
+}  // namespace
+
+FileNotFoundError::FileNotFoundError(int error_number, std::string path)
+    : Exception(os_error_text(error_number, path)),
+      errno_(error_number),
+      strerror_(std::strerror(error_number)),
+      path_(std::move(path)) {}
 
 namespace {
 std::atomic<ErrorDescriber> g_describer{nullptr};

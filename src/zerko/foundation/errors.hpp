@@ -38,15 +38,20 @@ public:
     const char* class_name() const noexcept override { return "NotImplementedError"; }
 };
 
-/// A file that should exist does not (Python: FileNotFoundError).
+/// A file or directory that should exist does not (Python: FileNotFoundError,
+/// or the OSError of the same errno).
 class FileNotFoundError : public Exception {
 public:
-    FileNotFoundError(const std::string& text, std::string path)
-        : Exception(text), path_(std::move(path)) {}
+    /// `error_number` is the errno of the failed call; the text reads as Python's.
+    FileNotFoundError(int error_number, std::string path);
+    int error_number() const noexcept { return errno_; }
+    const std::string& strerror() const noexcept { return strerror_; }
     const std::string& path() const noexcept { return path_; }
     const char* class_name() const noexcept override { return "FileNotFoundError"; }
 
 private:
+    int errno_;
+    std::string strerror_;
     std::string path_;
 };
 

@@ -1,0 +1,182 @@
+// Environment, _LocalEnv, _Software and the Api facade.
+#include "common.hpp"
+#include "scene_trampolines.hpp"
+#include "zerko/api/api.hpp"
+#include "zerko/api/environment.hpp"
+#include "zerko/foundation/errors.hpp"
+
+namespace zerko::py {
+
+namespace {
+
+using api::Environment;
+
+nb::handle g_environment_type;
+
+/// A Python subclass of zerko.Environment.
+class PyEnvironment final : public Environment {
+public:
+    NB_TRAMPOLINE(Environment);
+
+    std::string target() const override { return property("target", [this] { return Environment::target(); }); }
+    std::string scope() const override { return property("scope", [this] { return Environment::scope(); }); }
+    std::string root() const override { return property("root", [this] { return Environment::root(); }); }
+    std::string get_settings_file() const override {
+        ZERKO_OVERRIDE("get_settings_file", expect_string, Environment::get_settings_file());
+    }
+    std::string get_settings_directory() const override {
+        ZERKO_OVERRIDE("get_settings_directory", expect_string, Environment::get_settings_directory());
+    }
+    std::string get_projects_directory() const override {
+        ZERKO_OVERRIDE("get_projects_directory", expect_string, Environment::get_projects_directory());
+    }
+    std::string get_statistics_file() const override {
+        ZERKO_OVERRIDE("get_statistics_file", expect_string, Environment::get_statistics_file());
+    }
+    std::string decode_user(const std::string& path) const override {
+        ZERKO_OVERRIDE("decode_user", expect_string, Environment::decode_user(path), path);
+    }
+    std::string encode_user(const std::string& path) const override {
+        ZERKO_OVERRIDE("encode_user", expect_string, Environment::encode_user(path), path);
+    }
+
+private:
+    // Properties are not methods: a subclass that replaces one is read
+    // through attribute access, the base's own goes to C++.
+    template <typename F>
+    std::string property(const char* name, F base) const {
+        {
+            nb::gil_scoped_acquire gil;
+            nb::handle self = nb_trampoline.base();
+            if (overrides(self, g_environment_type, name)) return expect_string(nb::getattr(self, name), name);
+        }
+        return base();
+    }
+};
+
+/// Any other Python object offered as an environment: every member is read by name.
+class ForeignEnvironment final : public Environment {
+public:
+    explicit ForeignEnvironment(nb::object object) : object_(std::move(object)) {}
+    ~ForeignEnvironment() override {
+        if (Py_IsInitialized()) {
+            nb::gil_scoped_acquire gil;
+            object_.reset();
+        } else {
+            object_.release();
+        }
+    }
+    const nb::object& object() const noexcept { return object_; }
+
+    std::string target() const override { return read("target"); }
+    std::string scope() const override { return read("scope"); }
+    std::string root() const override { return read("root"); }
+    std::string get_settings_file() const override { return call("get_settings_file"); }
+    std::string get_settings_directory() const override { return call("get_settings_directory"); }
+    std::string get_projects_directory() const override { return call("get_projects_directory"); }
+    std::string get_statistics_file() const override { return call("get_statistics_file"); }
+    std::string decode_user(const std::string& path) const override { return call("decode_user", path); }
+    std::string encode_user(const std::string& path) const override { return call("encode_user", path); }
+
+private:
+    std::string read(const char* name) const {
+        nb::gil_scoped_acquire gil;
+        return expect_string(nb::getattr(object_, name), name);
+    }
+    template <typename... Args>
+    std::string call(const char* name, const Args&... args) const {
+        nb::gil_scoped_acquire gil;
+        nb::object member = nb::getattr(object_, name);
+        if (!PyCallable_Check(member.ptr())) throw TypeError(std::string(name) + " is not callable");
+        return expect_string(member(args...), name);
+    }
+
+    nb::object object_;
+};
+
+nb::object environment_to_python(const std::shared_ptr<Environment>& env) {
+    if (auto* foreign = dynamic_cast<const ForeignEnvironment*>(env.get())) return foreign->object();
+    return nb::cast(env);
+}
+
+}  // namespace
+
+std::shared_ptr<Environment> environment_from_python(nb::handle value) {
+    if (value.is_none()) return nullptr;
+    if (nb::isinstance<Environment>(value)) return nb::cast<std::shared_ptr<Environment>>(value);
+    return std::make_shared<ForeignEnvironment>(nb::borrow(value));
+}
+
+void bind_api(nb::module_& m) {
+    nb::class_<Environment, PyEnvironment> env(m, "Environment",
+        "Where the settings, projects and statistics of the tool live for a host.");
+    g_environment_type = env;
+    const auto& home = Environment::user_home();
+    env.attr("user_home") = home ? nb::object(nb::str(home->c_str())) : nb::none();
+    env.attr("name") = nb::str(std::string(Environment::name).c_str());
+    env.def(
+           "__init__",
+           [](nb::pointer_and_handle<Environment> v) {
+               // Publishes the process variables; a subclass therefore has its
+               // directories ready before it calls this constructor.
+               if (nb::inst_python_derived(v.h)) new (v.p) PyEnvironment();
+               else new (v.p) Environment();
+               nb::inst_mark_ready(v.h);
+               v.p->publish();
+           })
+        .def_prop_ro("target", &Environment::target)
+        .def_prop_ro("scope", &Environment::scope)
+        .def_prop_ro("root", &Environment::root)
+        .def("get_settings_file", &Environment::get_settings_file)
+        .def("get_settings_directory", &Environment::get_settings_directory)
+        .def("get_projects_directory", &Environment::get_projects_directory)
+        .def("get_statistics_file", &Environment::get_statistics_file)
+        .def_static("decode_user", [](std::string_view p) { return Environment::decode_user_path(p); }, nb::arg("path"))
+        .def_static("encode_user", [](std::string_view p) { return Environment::encode_user_path(p); }, nb::arg("path"));
+
+    nb::class_<api::LocalEnv, Environment>(m, "_LocalEnv", "The environment the system falls back on.")
+        .def(nb::init<>())
+        .def_prop_ro("_settings", &api::LocalEnv::get_settings_directory)
+        .def_prop_ro("_projects", &api::LocalEnv::get_projects_directory);
+
+    struct SoftwareTag {};
+    nb::class_<SoftwareTag>(m, "_Software", "The probe for the running host.")
+        .def_static("detect", [] {
+            return api::Software::detect([](std::string_view module) {
+                try {
+                    nb::module_::import_(std::string(module).c_str());
+                    return true;
+                } catch (nb::python_error& e) {
+                    // Only a failure to load moves on; anything else propagates.
+                    if (e.matches(PyExc_ImportError)) return false;
+                    throw;
+                }
+            });
+        });
+
+    nb::tuple version = nb::make_tuple(api::version[0], api::version[1], api::version[2]);
+    m.attr("version") = version;
+
+    nb::class_<api::Api>(m, "Api", nb::dynamic_attr(), "A common class to have access to all program components.")
+        .def(
+            "__init__",
+            [](api::Api* self, std::shared_ptr<scene::Operator> op, nb::handle environment, nb::handle export_options,
+               nb::handle checks) {
+                (void)export_options;
+                (void)checks;
+                new (self) api::Api(std::move(op), environment_from_python(environment));
+            },
+            nb::arg("operator"), nb::arg("environment").none(), nb::arg("export_options").none() = nb::none(),
+            nb::arg("checks").none() = nb::none())
+        .def_prop_ro("version", [m](const api::Api&) { return m.attr("version"); })
+        .def_prop_ro("constants", [m](const api::Api&) { return m.attr("Constants"); })
+        .def_prop_ro("logger", [m](const api::Api&) { return m.attr("Logger"); })
+        .def_prop_ro("masks", [m](const api::Api& a) { return m.attr("Mask")(nb::cast(a.op()->type_mapping())); })
+        .def_prop_ro("_op", [](const api::Api& a) { return a.op(); })
+        .def_prop_ro("callbacks", [](api::Api& a) -> foundation::CallBacks& { return a.callbacks(); },
+                     nb::rv_policy::reference_internal)
+        .def_prop_ro("env", [](const api::Api& a) { return environment_to_python(a.env()); })
+        .def("shutdown", &api::Api::shutdown);
+}
+
+}  // namespace zerko::py

@@ -1,0 +1,153 @@
+// The scene contract: Scene._QueryOp and Scene.Operator with their trampolines.
+#include "common.hpp"
+#include "scene_trampolines.hpp"
+#include "zerko/foundation/logger.hpp"
+
+namespace zerko::py {
+
+nlohmann::ordered_json to_json_result(nb::handle v, const char* what) {
+    if (v.is_none()) return nlohmann::ordered_json::array();
+    try {
+        return to_json(v);
+    } catch (const TypeError& e) {
+        throw TypeError(std::string(what) + " returned data that is not JSON-shaped: " + e.what());
+    }
+}
+
+namespace {
+
+// A Python context manager held open for the life of a C++ scope.
+class PySelectionScope final : public scene::SelectionScope {
+public:
+    explicit PySelectionScope(nb::object manager) : manager_(std::move(manager)) {
+        manager_.attr("__enter__")();
+    }
+    ~PySelectionScope() override {
+        nb::gil_scoped_acquire gil;
+        try {
+            manager_.attr("__exit__")(nb::none(), nb::none(), nb::none());
+        } catch (nb::python_error& e) {
+            // A destructor must not raise: the host's failure to restore is logged.
+            foundation::Logger::exception(describe(std::make_exception_ptr(e)).text);
+        }
+        manager_.reset();
+    }
+
+private:
+    nb::object manager_;
+};
+
+// What the base Operator.selection_manager() gives Python: a context manager
+// over the C++ scope, which restores the selection when the block ends.
+struct ScopeManager {
+    std::unique_ptr<scene::SelectionScope> scope;
+};
+
+}  // namespace
+
+void PyOperator::select(const scene::Paths& paths) {
+    nb::gil_scoped_acquire gil;
+    nb::list args;
+    for (const auto& p : paths) args.append(nb::str(p.c_str(), p.size()));
+    nanobind::detail::ticket t(nb_trampoline, "select", nanobind::detail::str_hash("select"), false);
+    if (t.key.is_valid()) {
+        nb::object method = nb_trampoline.base().attr(t.key);
+        nb::object result = nb::steal(PyObject_Call(method.ptr(), nb::tuple(args).ptr(), nullptr));
+        if (!result.is_valid()) throw nb::python_error();
+        return;
+    }
+    Base::select(paths);
+}
+
+std::unique_ptr<scene::SelectionScope> PyOperator::selection_manager() {
+    nb::gil_scoped_acquire gil;
+    nanobind::detail::ticket t(nb_trampoline, "selection_manager", nanobind::detail::str_hash("selection_manager"),
+                               false);
+    if (t.key.is_valid()) return std::make_unique<PySelectionScope>(nb_trampoline.base().attr(t.key)());
+    return Base::selection_manager();
+}
+
+void PyOperator::export_(const scene::Paths& roots, const std::string& file_path, const std::string& type,
+                         const nlohmann::ordered_json& args, bool automatic_uv, bool triangulate, bool reset_xforms) {
+    nb::gil_scoped_acquire gil;
+    nanobind::detail::ticket t(nb_trampoline, "export", nanobind::detail::str_hash("export"), false);
+    if (t.key.is_valid()) {
+        nb::object fn = nb_trampoline.base().attr(t.key);
+        fn(roots, file_path, type, from_json(args), nb::arg("automatic_uv") = automatic_uv,
+           nb::arg("triangulate") = triangulate, nb::arg("reset_xforms") = reset_xforms);
+        return;
+    }
+    Base::export_(roots, file_path, type, args, automatic_uv, triangulate, reset_xforms);
+}
+
+void bind_scene(nb::module_& m) {
+    using scene::Operator;
+    using scene::QueryOp;
+    nb::object ns = make_namespace(m, "Scene",
+                                   "The namespace contains classes to communicate\n    with the opened scene in dcc application.");
+
+    nb::class_<QueryOp, PyQueryOp>(ns, "_QueryOp", "An abstract class to get hierarchy info from the scene.")
+        .def(nb::init<>())
+        .def("object_exists", &QueryOp::object_exists, nb::arg("path"))
+        .def("get_type", &QueryOp::get_type, nb::arg("path"))
+        .def("get_parent", [](const QueryOp& q, const std::string& p) -> nb::object {
+            auto parent = q.get_parent(p);
+            return parent.empty() ? nb::none() : nb::object(nb::str(parent.c_str()));
+        }, nb::arg("path"))
+        .def("get_children", &QueryOp::get_children, nb::arg("path"));
+
+    nb::class_<ScopeManager>(ns, "_SelectionScope", "Restores the selection of its start when the block ends.")
+        .def("__enter__", [](nb::handle self) { return nb::borrow(self); })
+        .def("__exit__", [](ScopeManager& s, nb::args) {
+            s.scope.reset();
+            return false;
+        });
+
+    nb::class_<Operator, QueryOp, PyOperator> op(ns, "Operator", "An abstract class to communicate with the scene.");
+    op.attr("TYPE_MAPPING") = nb::dict();
+    op.def(
+          "__init__",
+          [](nb::pointer_and_handle<Operator> v) {
+              // The subclass's class-level TYPE_MAPPING becomes its type table.
+              constants::TypeMapping::Table table;
+              nb::object mapping = nb::handle((PyObject*)Py_TYPE(v.h.ptr())).attr("TYPE_MAPPING");
+              for (auto [k, t] : nb::cast<nb::dict>(mapping)) {
+                  table.emplace_back(nb::cast<std::string>(k), nb::cast<std::string>(t));
+              }
+              if (nb::inst_python_derived(v.h)) new (v.p) PyOperator(table);
+              else new (v.p) Operator(table);
+          })
+        .def_prop_ro("type_mapping", &Operator::type_mapping, nb::rv_policy::reference_internal)
+        .def("map_type", [](const Operator& o, std::string_view name) -> nb::object {
+            auto t = o.map_type(name);
+            return t ? to_str(nb::str(t->c_str())) : nb::none();
+        }, nb::arg("name"))
+        .def("get_selection", &Operator::get_selection)
+        .def("get_selection_roots", &Operator::get_selection_roots)
+        .def("select", [](Operator& o, nb::args paths) {
+            scene::Paths list;
+            for (nb::handle p : paths) list.push_back(nb::cast<std::string>(p));
+            o.select(list);
+        })
+        .def("selection_manager", [](Operator& o) { return ScopeManager{o.selection_manager()}; })
+        .def("register_scene_opened_callback", [](Operator& o, nb::object f) {
+            o.register_scene_opened_callback([f] { nb::gil_scoped_acquire g; f(); });
+        }, nb::arg("function"))
+        .def("register_shutdown_callback", [](Operator& o, nb::object f) {
+            o.register_shutdown_callback([f] { nb::gil_scoped_acquire g; f(); });
+        }, nb::arg("function"))
+        .def("delete_callbacks", &Operator::delete_callbacks)
+        .def("export", &Operator::export_, nb::arg("roots"), nb::arg("file_path"), nb::arg("type"), nb::arg("args"),
+             nb::arg("automatic_uv") = false, nb::arg("triangulate") = false, nb::arg("reset_xforms") = false)
+        .def("get_current_file", &Operator::get_current_file)
+        .def("directory_dialog", &Operator::directory_dialog, nb::arg("starting") = "~", nb::arg("caption") = "")
+        .def("file_dialog", &Operator::file_dialog, nb::arg("starting") = "~", nb::arg("caption") = "",
+             nb::arg("file_filter") = "")
+        .def("query_filedata", &Operator::query_filedata)
+        .def("embed_filedata", &Operator::embed_filedata, nb::arg("data"))
+        .def("erase_filedata", &Operator::erase_filedata)
+        .def_static("name_from_path", [](std::string_view p) { return to_str(nb::str(Operator::name_from_path(p).c_str())); },
+                    nb::arg("path"));
+}
+
+}  // namespace zerko::py

@@ -1,0 +1,81 @@
+#pragma once
+// Shared pieces of the Python face: the binding entry points of each
+// subsystem, JSON conversion, namespace classes and checked conversions of
+// what host code returns.
+#include <nanobind/nanobind.h>
+#include <nanobind/stl/function.h>
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/shared_ptr.h>
+#include <nanobind/stl/string.h>
+#include <nanobind/stl/string_view.h>
+#include <nanobind/stl/unique_ptr.h>
+#include <nanobind/stl/vector.h>
+#include <nanobind/trampoline.h>
+
+#include <nlohmann/json.hpp>
+
+#include "zerko/foundation/errors.hpp"
+#include <string>
+#include <vector>
+
+namespace nb = nanobind;
+
+namespace zerko::py {
+
+void bind_foundation(nb::module_& m);
+void bind_constants(nb::module_& m);
+void bind_scene(nb::module_& m);
+void bind_api(nb::module_& m);
+
+/// Python value (None, bool, int, float, str, dict with str keys, list,
+/// tuple) to JSON, key order kept. Throws zerko::TypeError for anything else.
+nlohmann::ordered_json to_json(nb::handle value);
+/// JSON to plain Python values.
+nb::object from_json(const nlohmann::ordered_json& value);
+
+/// A class that only groups names, like a namespace (`Scene`, `Error`).
+nb::object make_namespace(nb::handle parent, const char* name, const char* doc = "");
+
+/// The module's `_Str` type (a str subclass).
+nb::handle str_type();
+/// `value` as a `_Str` when it is text; anything else unchanged.
+nb::object to_str(nb::handle value);
+
+/// What host code returned, checked: raises zerko::TypeError naming `what`
+/// when the value has the wrong type.
+std::string expect_string(nb::handle value, const char* what);
+/// A string, or "" for None.
+std::string expect_optional_string(nb::handle value, const char* what);
+/// An iterable of strings, or empty for None.
+std::vector<std::string> expect_strings(nb::handle value, const char* what);
+
+/// Whether `self`'s class replaces the attribute `name` that the bound base
+/// class `base` defines (a method, a property or a plain value).
+bool overrides(nb::handle self, nb::handle base, const char* name);
+
+}  // namespace zerko::py
+
+// JSON-shaped values cross as plain Python values, with key order kept.
+namespace nanobind::detail {
+template <>
+struct type_caster<nlohmann::ordered_json> {
+    NB_TYPE_CASTER(nlohmann::ordered_json, const_name("object"))
+
+    bool from_python(handle src, uint8_t, cleanup_list*) noexcept {
+        try {
+            value = zerko::py::to_json(src);
+            return true;
+        } catch (...) {
+            PyErr_Clear();
+            return false;
+        }
+    }
+    static handle from_cpp(const nlohmann::ordered_json& v, rv_policy, cleanup_list*) noexcept {
+        try {
+            return zerko::py::from_json(v).release();
+        } catch (...) {
+            return handle();
+        }
+    }
+};
+}  // namespace nanobind::detail

@@ -1,0 +1,95 @@
+#pragma once
+// Python subclasses of Scene._QueryOp and Scene.Operator: every operation that
+// a subclass overrides is called from C++; what it returns is checked, and a
+// wrong type raises TypeError instead of crashing.
+#include "common.hpp"
+#include "zerko/scene/operator.hpp"
+
+namespace zerko::py {
+
+/// Calls the Python override of `name` when the subclass has one; otherwise
+/// the C++ base, which raises NotImplementedError for abstract operations.
+#define ZERKO_OVERRIDE(name, convert, fallback, ...)                                     \
+    do {                                                                                 \
+        nb::gil_scoped_acquire nb_gil;                                                   \
+        nanobind::detail::ticket nb_ticket(nb_trampoline, name,                          \
+                                           nanobind::detail::str_hash(name), false);     \
+        if (nb_ticket.key.is_valid()) {                                                  \
+            nb::object nb_result = nb_trampoline.base().attr(nb_ticket.key)(__VA_ARGS__); \
+            return convert(nb_result, name);                                             \
+        }                                                                                \
+    } while (0);                                                                         \
+    return fallback
+
+inline bool to_bool(nb::handle v, const char*) { return PyObject_IsTrue(v.ptr()) == 1; }
+inline void to_void(nb::handle, const char*) {}
+nlohmann::ordered_json to_json_result(nb::handle v, const char* what);
+
+/// Shared overrides of the four query operations.
+template <typename Base>
+class QueryTrampoline : public Base {
+public:
+    NB_TRAMPOLINE(Base);
+
+    bool object_exists(const std::string& path) const override {
+        ZERKO_OVERRIDE("object_exists", to_bool, Base::object_exists(path), path);
+    }
+    std::string get_type(const std::string& path) const override {
+        ZERKO_OVERRIDE("get_type", expect_string, Base::get_type(path), path);
+    }
+    std::string get_parent(const std::string& path) const override {
+        ZERKO_OVERRIDE("get_parent", expect_optional_string, Base::get_parent(path), path);
+    }
+    scene::Paths get_children(const std::string& path) const override {
+        ZERKO_OVERRIDE("get_children", expect_strings, Base::get_children(path), path);
+    }
+};
+
+using PyQueryOp = QueryTrampoline<scene::QueryOp>;
+
+class PyOperator final : public QueryTrampoline<scene::Operator> {
+public:
+    using QueryTrampoline<scene::Operator>::QueryTrampoline;
+    using Base = scene::Operator;
+
+    scene::Paths get_selection() const override {
+        ZERKO_OVERRIDE("get_selection", expect_strings, Base::get_selection());
+    }
+    scene::Paths get_selection_roots() const override {
+        ZERKO_OVERRIDE("get_selection_roots", expect_strings, Base::get_selection_roots());
+    }
+    void select(const scene::Paths& paths) override;
+    std::unique_ptr<scene::SelectionScope> selection_manager() override;
+    void register_scene_opened_callback(std::function<void()> function) override {
+        ZERKO_OVERRIDE("register_scene_opened_callback", to_void, Base::register_scene_opened_callback(function),
+                       nb::cpp_function(function));
+    }
+    void register_shutdown_callback(std::function<void()> function) override {
+        ZERKO_OVERRIDE("register_shutdown_callback", to_void, Base::register_shutdown_callback(function),
+                       nb::cpp_function(function));
+    }
+    void delete_callbacks() override { ZERKO_OVERRIDE("delete_callbacks", to_void, Base::delete_callbacks()); }
+    void export_(const scene::Paths& roots, const std::string& file_path, const std::string& type,
+                 const nlohmann::ordered_json& args, bool automatic_uv, bool triangulate, bool reset_xforms) override;
+    std::string get_current_file() const override {
+        ZERKO_OVERRIDE("get_current_file", expect_optional_string, Base::get_current_file());
+    }
+    std::string directory_dialog(const std::string& starting, const std::string& caption) override {
+        ZERKO_OVERRIDE("directory_dialog", expect_optional_string, Base::directory_dialog(starting, caption),
+                       starting, caption);
+    }
+    std::string file_dialog(const std::string& starting, const std::string& caption,
+                            const std::string& file_filter) override {
+        ZERKO_OVERRIDE("file_dialog", expect_optional_string, Base::file_dialog(starting, caption, file_filter),
+                       starting, caption, file_filter);
+    }
+    nlohmann::ordered_json query_filedata() const override {
+        ZERKO_OVERRIDE("query_filedata", to_json_result, Base::query_filedata());
+    }
+    void embed_filedata(const nlohmann::ordered_json& data) override {
+        ZERKO_OVERRIDE("embed_filedata", to_void, Base::embed_filedata(data), from_json(data));
+    }
+    void erase_filedata() override { ZERKO_OVERRIDE("erase_filedata", to_void, Base::erase_filedata()); }
+};
+
+}  // namespace zerko::py

@@ -1,0 +1,23 @@
+#include "zerko/api/api.hpp"
+
+#include "zerko/foundation/assertions.hpp"
+#include "zerko/foundation/errors.hpp"
+
+namespace zerko::api {
+
+Api::Api(std::shared_ptr<scene::Operator> op, std::shared_ptr<Environment> environment) : op_(std::move(op)) {
+    if (!op_) throw TypeError("Api needs a Scene.Operator");
+    // callbacks_ exists already (step 2); the host registers after construction.
+    if (environment && foundation::Assert::Environment::is_valid(*environment)) {
+        env_ = std::move(environment);
+    } else {
+        env_ = std::make_shared<LocalEnv>();
+    }
+}
+
+void Api::shutdown() {
+    op_->delete_callbacks();
+    callbacks_.clear();
+}
+
+}  // namespace zerko::api

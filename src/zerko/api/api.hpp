@@ -1,0 +1,42 @@
+#pragma once
+// The one object a host layer constructs. It builds every service in a fixed
+// order, wires them to each other and exposes them; it has no logic of its own
+// beyond that order and the shutdown.
+#include <array>
+#include <memory>
+
+#include "zerko/api/environment.hpp"
+#include "zerko/constants/mask.hpp"
+#include "zerko/foundation/callbacks.hpp"
+#include "zerko/scene/operator.hpp"
+
+namespace zerko::api {
+
+/// The library's version: major, minor, patch.
+inline constexpr std::array<int, 3> version{0, 8, 20};
+
+class Api {
+public:
+    /// Builds the services in order. A missing or faulty `environment`
+    /// silently becomes a LocalEnv.
+    Api(std::shared_ptr<scene::Operator> op, std::shared_ptr<Environment> environment);
+    Api(const Api&) = delete;
+    Api& operator=(const Api&) = delete;
+
+    /// A new Mask from the operator's type table on every call.
+    constants::Mask masks() const { return constants::Mask(op_->type_mapping()); }
+
+    /// Removes the host callbacks, then clears `callbacks`. Writes nothing.
+    void shutdown();
+
+    const std::shared_ptr<scene::Operator>& op() const noexcept { return op_; }
+    foundation::CallBacks& callbacks() noexcept { return callbacks_; }
+    const std::shared_ptr<Environment>& env() const noexcept { return env_; }
+
+private:
+    std::shared_ptr<scene::Operator> op_;
+    foundation::CallBacks callbacks_;
+    std::shared_ptr<Environment> env_;
+};
+
+}  // namespace zerko::api

@@ -1,0 +1,131 @@
+#include "zerko/foundation/logger.hpp"
+
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+#include "zerko/foundation/errors.hpp"
+
+namespace zerko::foundation {
+
+void StderrSink::deliver(LogLevel level, const std::string& message) {
+    if (level >= LogLevel::Warning) std::fprintf(stderr, "%s\n", message.c_str());
+}
+
+namespace {
+
+// The worker and its queue. Created on first use and never destroyed, so
+// that logging from static destructors cannot touch a dead object.
+class Worker {
+public:
+    void push(LogLevel level, std::string message) {
+        std::unique_lock lock(mutex_);
+        if (stopped_) {
+            lock.unlock();
+            StderrSink{}.deliver(level, message);
+            return;
+        }
+        if (!thread_.joinable()) {
+            thread_ = std::thread([this] { run(); });
+            // Plain C++ programs get their messages delivered at exit too.
+            std::atexit([] { Logger::shutdown(); });
+        }
+        queue_.emplace_back(level, std::move(message));
+        ++issued_;
+        wake_.notify_one();
+    }
+
+    void set_sink(std::shared_ptr<LogSink> sink) {
+        std::lock_guard lock(mutex_);
+        sink_ = sink ? std::move(sink) : std::make_shared<StderrSink>();
+    }
+
+    void flush() {
+        std::unique_lock lock(mutex_);
+        const auto target = issued_;
+        done_.wait(lock, [&] { return delivered_ >= target || stopped_; });
+    }
+
+    void shutdown() {
+        std::thread thread;
+        {
+            std::lock_guard lock(mutex_);
+            if (stopped_) return;
+            stopping_ = true;
+            wake_.notify_one();
+            thread = std::move(thread_);
+        }
+        if (thread.joinable()) thread.join();
+        std::shared_ptr<LogSink> old;
+        {
+            std::lock_guard lock(mutex_);
+            stopped_ = true;
+            old = std::move(sink_);
+            sink_ = std::make_shared<StderrSink>();
+        }
+        done_.notify_all();
+        // The sink is released here, outside the lock: a Python sink drops
+        // its references to the host's logger while the caller holds the GIL.
+        old.reset();
+    }
+
+private:
+    void run() {
+        std::unique_lock lock(mutex_);
+        while (true) {
+            wake_.wait(lock, [&] { return !queue_.empty() || stopping_; });
+            if (queue_.empty() && stopping_) return;
+            auto [level, message] = std::move(queue_.front());
+            queue_.pop_front();
+            auto sink = sink_;
+            lock.unlock();
+            // No catch-all here: a thread ended by the runtime while it waits
+            // for an interpreter must be allowed to unwind. Sinks catch their own errors.
+            sink->deliver(level, message);
+            lock.lock();
+            ++delivered_;
+            done_.notify_all();
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_, done_;
+    std::deque<std::pair<LogLevel, std::string>> queue_;
+    std::shared_ptr<LogSink> sink_ = std::make_shared<StderrSink>();
+    std::thread thread_;
+    std::uint64_t issued_ = 0, delivered_ = 0;
+    bool stopping_ = false, stopped_ = false;
+};
+
+Worker& worker() {
+    static auto* instance = new Worker();  // intentionally immortal
+    return *instance;
+}
+
+}  // namespace
+
+void Logger::log(LogLevel level, std::string_view message) { worker().push(level, std::string(message)); }
+
+void Logger::exception(std::string_view message) {
+    const auto b = message.find_first_not_of('\n');
+    if (b == std::string_view::npos) {
+        message = {};
+    } else {
+        message = message.substr(b, message.find_last_not_of('\n') - b + 1);
+    }
+    error(message);
+}
+
+void Logger::exception(const std::exception_ptr& error_ptr) {
+    const auto d = describe(error_ptr);
+    error(d.class_name + ": " + d.text);
+}
+
+void Logger::set_sink(std::shared_ptr<LogSink> sink) { worker().set_sink(std::move(sink)); }
+void Logger::flush() { worker().flush(); }
+void Logger::shutdown() { worker().shutdown(); }
+
+}  // namespace zerko::foundation
