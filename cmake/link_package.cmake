@@ -1,0 +1,10 @@
+# Links every Python source of the package into the build tree's package.
+file(MAKE_DIRECTORY ${DST})
+file(GLOB_RECURSE sources RELATIVE ${SRC} ${SRC}/*.py ${SRC}/py.typed)
+foreach(f ${sources})
+  get_filename_component(dir ${DST}/${f} DIRECTORY)
+  file(MAKE_DIRECTORY ${dir})
+  if(NOT EXISTS ${DST}/${f})
+    file(CREATE_LINK ${SRC}/${f} ${DST}/${f} SYMBOLIC)
+  endif()
+endforeach()
