@@ -99,6 +99,13 @@ nb::object environment_to_python(const std::shared_ptr<Environment>& env) {
     return nb::cast(env);
 }
 
+// Process variables go through os.environ, which also sets them for C code;
+// a bare setenv would leave Python's view of the environment stale.
+void python_setenv(const std::string& name, const std::string& value) {
+    nb::gil_scoped_acquire gil;
+    nb::module_::import_("os").attr("environ")[nb::str(name.c_str())] = nb::str(value.c_str());
+}
+
 }  // namespace
 
 std::shared_ptr<Environment> environment_from_python(nb::handle value) {
@@ -108,6 +115,7 @@ std::shared_ptr<Environment> environment_from_python(nb::handle value) {
 }
 
 void bind_api(nb::module_& m) {
+    api::process::set_setter(&python_setenv);
     nb::class_<Environment, PyEnvironment> env(m, "Environment",
         "Where the settings, projects and statistics of the tool live for a host.");
     g_environment_type = env;

@@ -35,7 +35,7 @@ void bind_strings(nb::module_& m) {
     ns["__module__"] = nb::str("zerko");
     ns["__slots__"] = nb::tuple();
     // With a host runtime of major version 3 both conversions are the identity.
-    auto identity = nb::cpp_function([](nb::object value) { return value; }, nb::arg("value"));
+    auto identity = nb::cpp_function([](nb::object value) { return value; }, nb::arg("value").none());
     nb::object staticmethod = nb::module_::import_("builtins").attr("staticmethod");
     ns["encoded"] = staticmethod(identity);
     ns["decoded"] = staticmethod(identity);
@@ -45,7 +45,7 @@ void bind_strings(nb::module_& m) {
     g_str_type = str_type.release();  // kept by the module for its whole life
 
     m.attr("_ENCODING") = nb::str(std::string(foundation::ENCODING).c_str());
-    m.def("_str", [](nb::handle value) { return to_str(value); }, nb::arg("value"),
+    m.def("_str", [](nb::handle value) { return to_str(value); }, nb::arg("value").none(),
           "The value as a _Str when it is a string; anything else unchanged.");
     m.def(
         "_format",
@@ -240,10 +240,10 @@ void bind_logger(nb::module_& m) {
 
     nb::class_<LoggerTag> cls(m, "Logger", "Static logger: every call returns at once; delivery is to the root logger.");
     cls.attr("_root") = root;
-    cls.def_static("debug", [](nb::handle msg, nb::kwargs) { Logger::debug(message_text(msg)); }, nb::arg("message"), nb::arg("kwargs"))
-        .def_static("info", [](nb::handle msg, nb::kwargs) { Logger::info(message_text(msg)); }, nb::arg("message"), nb::arg("kwargs"))
-        .def_static("warning", [](nb::handle msg, nb::kwargs) { Logger::warning(message_text(msg)); }, nb::arg("message"), nb::arg("kwargs"))
-        .def_static("error", [](nb::handle msg, nb::kwargs) { Logger::error(message_text(msg)); }, nb::arg("message"), nb::arg("kwargs"))
+    cls.def_static("debug", [](nb::handle msg, nb::kwargs) { Logger::debug(message_text(msg)); }, nb::arg("message").none(), nb::arg("kwargs"))
+        .def_static("info", [](nb::handle msg, nb::kwargs) { Logger::info(message_text(msg)); }, nb::arg("message").none(), nb::arg("kwargs"))
+        .def_static("warning", [](nb::handle msg, nb::kwargs) { Logger::warning(message_text(msg)); }, nb::arg("message").none(), nb::arg("kwargs"))
+        .def_static("error", [](nb::handle msg, nb::kwargs) { Logger::error(message_text(msg)); }, nb::arg("message").none(), nb::arg("kwargs"))
         .def_static(
             "exception",
             [](nb::handle msg, nb::kwargs) {
@@ -251,7 +251,7 @@ void bind_logger(nb::module_& m) {
                 if (nb::hasattr(msg, "strip")) Logger::exception(message_text(msg.attr("strip")("\n")));
                 else Logger::error(message_text(msg));
             },
-            nb::arg("message"), nb::arg("kwargs"))
+            nb::arg("message").none(), nb::arg("kwargs"))
         .def_static("_flush", [] {
             nb::gil_scoped_release release;
             Logger::flush();
@@ -277,7 +277,7 @@ void bind_assertions(nb::module_& m) {
             auto adapted = environment_from_python(instance);
             return adapted && Assert::Environment::is_valid(*adapted);
         },
-        nb::arg("instance"));
+        nb::arg("instance").none());
     nb::object params = make_namespace(ns, "Parameters");
     nb::object input = make_namespace(params, "Input");
     input.attr("attribute") = nb::cpp_function(
@@ -285,10 +285,10 @@ void bind_assertions(nb::module_& m) {
             if (!PyUnicode_Check(name.ptr())) throw TypeError("Wrong Type for Attribute Name");
             Assert::Parameters::Input::attribute(nb::cast<std::string>(name));
         },
-        nb::arg("name"));
+        nb::arg("name").none());
     nb::object json_ns = make_namespace(ns, "Json");
     // Python 3 text needs no decoding: the structure comes back as it is, in place.
-    json_ns.attr("clean") = nb::cpp_function([](nb::object data) { return data; }, nb::arg("data"));
+    json_ns.attr("clean") = nb::cpp_function([](nb::object data) { return data; }, nb::arg("data").none());
 }
 
 // ------------------------------------------------------------------ callbacks
@@ -327,12 +327,12 @@ void bind_callbacks(nb::module_& m) {
              [](CallBacks::List& l, nb::object f) {
                  if (PyCallable_Check(f.ptr())) l.register_(std::make_shared<PyCallback>(std::move(f)));
              },
-             nb::arg("function"))
-        .def("delete", [](CallBacks::List& l, nb::handle f) { l.delete_(f.ptr()); }, nb::arg("function"))
+             nb::arg("function").none())
+        .def("delete", [](CallBacks::List& l, nb::handle f) { l.delete_(f.ptr()); }, nb::arg("function").none())
         .def("clear", &CallBacks::List::clear)
         .def("__call__", [](const CallBacks::List& l, nb::args args) { l(to_json(args)); })
         .def("__len__", &CallBacks::List::size)
-        .def("__contains__", [](const CallBacks::List& l, nb::handle f) { return l.contains(f.ptr()); });
+        .def("__contains__", [](const CallBacks::List& l, nb::handle f) { return l.contains(f.ptr()); }, nb::arg("function").none());
     cls.def(nb::init<>()).def("clear", &CallBacks::clear);
 #define ZERKO_EVENT(name) cls.def_prop_ro(#name, [](CallBacks& c) -> CallBacks::List& { return c.name; }, nb::rv_policy::reference_internal)
     ZERKO_EVENT(empty_scan_selection);
