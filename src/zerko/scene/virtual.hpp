@@ -1,0 +1,63 @@
+#pragma once
+// A snapshot of the scene taken once from the host, so that the hierarchy
+// search reads plain C++ structures and never calls the host. After upload
+// returns the snapshot is read-only until the next upload or offload, which is
+// what makes concurrent reads safe without a lock.
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "zerko/scene/operator.hpp"
+
+namespace zerko::scene {
+
+/// One object of the snapshot. Identity is the path.
+struct Location {
+    std::string name;
+    std::string path;
+    std::string type;
+    Paths children;
+    bool operator==(const Location& other) const noexcept { return path == other.path; }
+};
+
+class Virtual : public QueryOp {
+public:
+    /// `op` is the source of the snapshot; it is kept by reference and must outlive uploads.
+    explicit Virtual(std::shared_ptr<Operator> op) : operator_(std::move(op)) {}
+
+    /// Forgets everything.
+    void offload();
+    /// Reads `roots` and their whole subtrees from the operator.
+    void upload(const Paths& roots, bool clear = true);
+
+    bool object_exists(const std::string& path) const override;
+    std::string get_type(const std::string& path) const override;
+    std::string get_parent(const std::string& path) const override;
+    Paths get_children(const std::string& path) const override;
+
+    /// The known objects among `roots`, in order; unknown paths are dropped.
+    std::vector<const Location*> get_locations(const Paths& roots) const;
+    /// The stored object at `path`, or nullptr when it is unknown or does not exist.
+    const Location* find(std::string_view path) const;
+
+    std::size_t size() const noexcept { return entries_.size(); }
+    const std::shared_ptr<Operator>& op() const noexcept { return operator_; }
+
+private:
+    struct Entry {
+        bool exists = false;
+        std::string parent;
+        Location location;
+    };
+    const Entry* upload_one(const std::string& path);
+
+    std::shared_ptr<Operator> operator_;
+    // Entries are never moved once made, so Location pointers stay valid until offload.
+    std::deque<Entry> entries_;
+    std::unordered_map<std::string, Entry*> index_;
+};
+
+}  // namespace zerko::scene
