@@ -336,7 +336,9 @@ TEST(Hierarchy, MatchesTheLiteralFormOnGeneratedScenes) {
                 const auto result = engine.search().layer(group, engine.pattern().get());
                 const auto expected = literal.search.layer(group, engine.pattern().get(), true);
                 ASSERT_EQ(result.size(), expected.size());
-                if (result.is_empty()) EXPECT_EQ(engine.search().logic.state().expressions(), before);
+                if (result.is_empty()) {
+                    EXPECT_EQ(engine.search().logic.state().expressions(), before);
+                }
                 ASSERT_EQ(engine.search().logic.state().expressions(), literal.search.logic.state.expressions);
             } catch (const ValueError&) {
             }

@@ -1,6 +1,7 @@
 #include "zerko/hierarchy/anchor.hpp"
 
 #include <algorithm>
+#include <array>
 #include <functional>
 
 #include "zerko/foundation/errors.hpp"
@@ -35,11 +36,9 @@ std::pair<std::string_view, std::string_view> split_two(std::string_view text, s
     return {text.substr(0, at), text.substr(at + sep.size())};
 }
 
-std::string capture_key(const Capture& c) {
-    std::string key = c.text;
-    key.push_back('\0');
-    key += c.path;
-    return key;
+std::size_t capture_hash(const Capture& c) {
+    const std::hash<std::string> h;
+    return h(c.text) * 1000003u ^ h(c.path);
 }
 
 bool is_metachar(char c) {
@@ -55,6 +54,30 @@ bool is_metachar(char c) {
 }  // namespace
 
 // ---------------------------------------------------------------- AnchorState
+
+bool AnchorState::Set::contains(const Capture& c, std::size_t hash) const {
+    const auto [b, e] = positions.equal_range(hash);
+    return std::any_of(b, e, [&](const auto& p) { return items[p.second] == c; });
+}
+
+bool AnchorState::Set::insert(Capture c) {
+    const auto hash = capture_hash(c);
+    if (contains(c, hash)) return false;
+    positions.emplace(hash, items.size());
+    items.push_back(std::move(c));
+    return true;
+}
+
+void AnchorState::Set::pop_back() {
+    const auto [b, e] = positions.equal_range(capture_hash(items.back()));
+    for (auto it = b; it != e; ++it) {
+        if (it->second == items.size() - 1) {
+            positions.erase(it);
+            break;
+        }
+    }
+    items.pop_back();
+}
 
 void AnchorState::reset_keys(std::vector<std::string> keys) {
     if (keys != keys_) {
@@ -88,7 +111,7 @@ void AnchorState::set_expressions(const Expressions& structure) {
         auto& set = sets_[index_.at(key)];
         set = Set{};
         for (const auto& c : values) {
-            if (set.seen.insert(capture_key(c)).second) set.items.push_back(c);
+            set.insert(c);
         }
     }
 }
@@ -150,9 +173,7 @@ std::optional<std::size_t> AnchorState::key_index(std::string_view key) const {
 }
 
 bool AnchorState::add(std::size_t key, Capture capture) {
-    auto& set = sets_.at(key);
-    if (!set.seen.insert(capture_key(capture)).second) return false;
-    set.items.push_back(std::move(capture));
+    if (!sets_.at(key).insert(std::move(capture))) return false;
     journal_.push_back(key);
     return true;
 }
@@ -160,25 +181,55 @@ bool AnchorState::add(std::size_t key, Capture capture) {
 void AnchorState::rollback(std::size_t mark) {
     // Captures are appended, so the ones to take back are the last of their sets.
     while (journal_.size() > mark) {
-        auto& set = sets_[journal_.back()];
-        set.seen.erase(capture_key(set.items.back()));
-        set.items.pop_back();
+        sets_[journal_.back()].pop_back();
         journal_.pop_back();
     }
 }
 
 // ---------------------------------------------------------------- NameMatcher
 
+namespace {
+
+bool is_quantifier(char c) { return c == '*' || c == '+' || c == '?' || c == '{'; }
+
+// Whether `rest` may be matched on its own at the end of a literal prefix
+// with the same result as the whole expression: no alternation (which would
+// split the whole expression) and no inline flags (which Python accepts only
+// at the very start).
+bool separable(std::string_view rest) {
+    if (rest.find('|') != std::string_view::npos) return false;
+    for (auto at = rest.find("(?"); at != std::string_view::npos; at = rest.find("(?", at + 2)) {
+        const char next = at + 2 < rest.size() ? rest[at + 2] : '\0';
+        if (next != ':' && next != '=' && next != '!' && next != '<' && next != 'P') return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 NameMatcher::NameMatcher(std::string_view expression) {
     std::string_view body = expression;
     const bool start = !body.empty() && body.front() == '^';
     if (start) body.remove_prefix(1);
-    const bool end = !body.empty() && body.back() == '$';
-    if (end) body.remove_suffix(1);
-    if (std::none_of(body.begin(), body.end(), is_metachar)) {
-        literal_ = std::string(body);
+    const bool end = !body.empty() && body.back() == '$' && (body.size() < 2 || body[body.size() - 2] != '\\');
+    const std::string_view middle = end ? body.substr(0, body.size() - 1) : body;
+    if (std::none_of(middle.begin(), middle.end(), is_metachar)) {
+        literal_ = std::string(middle);
         start_ = start;
         end_ = end;
+        return;
+    }
+    // The literal prefix stops at the first special character, and before a
+    // character that a quantifier follows.
+    std::size_t n = 0;
+    while (n < body.size() && !is_metachar(body[n])) ++n;
+    if (n < body.size() && is_quantifier(body[n]) && n > 0) --n;
+    const std::string_view rest = body.substr(n);
+    if (n > 0 && separable(rest)) {
+        expression_ = std::string(expression);
+        literal_ = std::string(body.substr(0, n));
+        start_ = start;
+        rest_ = regex::Regex::compile(rest);
     } else {
         regex_ = regex::Regex::compile(expression);
     }
@@ -187,6 +238,7 @@ NameMatcher::NameMatcher(std::string_view expression) {
 bool NameMatcher::match(std::string_view name) const {
     if (regex_) return regex_->matches(name);
     if (name.substr(0, literal_.size()) != literal_) return false;
+    if (rest_) return rest_->match(name, literal_.size()).has_value();
     if (!end_) return true;
     const auto rest = name.substr(literal_.size());
     return rest.empty() || rest == "\n";  // `$` also matches before a final line feed
@@ -194,6 +246,13 @@ bool NameMatcher::match(std::string_view name) const {
 
 std::string NameMatcher::remove(std::string_view name) const {
     if (regex_) return regex_->sub("", name);
+    if (rest_) {
+        // Without "^" a substitution searches the whole name: the whole expression is needed.
+        if (!start_) return regex::Regex::compile(expression_)->sub("", name);
+        if (name.substr(0, literal_.size()) != literal_) return std::string(name);
+        const auto m = rest_->match(name, literal_.size());
+        return m ? std::string(name.substr(m->end())) : std::string(name);
+    }
     if (literal_.empty()) return std::string(name);  // only empty matches: nothing changes
     if (start_ && end_) {
         if (name == literal_) return {};
@@ -254,23 +313,41 @@ std::pair<std::string, std::string> Anchor::unpack_anchor(std::string_view expre
     return {"<" + std::string(key) + ">", std::string(value)};
 }
 
-bool Anchor::same_scope(std::string_view scope, std::string_view path) {
-    auto parents = [](std::string_view p) {
-        std::vector<std::string_view> parts;
-        std::size_t start = 0;
-        for (std::size_t i = 0; i <= p.size(); ++i) {
-            if (i == p.size() || p[i] == '\\' || p[i] == '|' || p[i] == '/') {
-                if (i > start) parts.push_back(p.substr(start, i - start));
-                start = i + 1;
-            }
-        }
-        if (!parts.empty()) parts.pop_back();
-        return parts;
-    };
-    const auto s = parents(scope);
-    const auto p = parents(path);
-    return s.size() <= p.size() && std::equal(s.begin(), s.end(), p.begin());
+namespace {
+
+bool is_separator(char c) { return c == '\\' || c == '|' || c == '/'; }
+
+// A path's parent: the path without its last component, where any of "\\",
+// "|" and "/" separates components and empty components do not count.
+std::string_view parent_part(std::string_view path) {
+    std::size_t end = path.size();
+    while (end > 0 && is_separator(path[end - 1])) --end;  // trailing separators
+    while (end > 0 && !is_separator(path[end - 1])) --end;  // the object's own name
+    return path.substr(0, end);
 }
+
+// The next non-empty component of `p` from `pos`; empty at the end.
+std::string_view next_component(std::string_view p, std::size_t& pos) {
+    while (pos < p.size() && is_separator(p[pos])) ++pos;
+    const std::size_t start = pos;
+    while (pos < p.size() && !is_separator(p[pos])) ++pos;
+    return p.substr(start, pos - start);
+}
+
+// Whether the parent components of `scope` lead those of `path`.
+bool within(std::string_view scope, std::string_view path) {
+    const auto s = parent_part(scope), p = parent_part(path);
+    std::size_t i = 0, j = 0;
+    while (true) {
+        const auto a = next_component(s, i);
+        if (a.empty()) return true;
+        if (a != next_component(p, j)) return false;
+    }
+}
+
+}  // namespace
+
+bool Anchor::same_scope(std::string_view scope, std::string_view path) { return within(scope, path); }
 
 std::string Anchor::merge_begins(std::string_view anchor, std::string_view expr_part, std::string_view expr_source) {
     if (!expr_part.empty() && expr_part.back() == '$') {
@@ -318,6 +395,7 @@ std::vector<Capture> Anchor::get_scope_sorted(std::string_view path, const std::
 
 std::string Anchor::replace_anchors(std::string_view expression, std::string_view path) const {
     std::string text(expression);
+    if (expression.find('<') == std::string_view::npos) return text;  // no usage can stand in it
     for (std::size_t k = 0; k < state_.keys().size(); ++k) {
         const auto& sub_anchor = state_.unpacked(k).first;
         if (sub_anchor.empty() || !contains(text, sub_anchor)) continue;  // nothing to replace or remove
@@ -328,7 +406,7 @@ std::string Anchor::replace_anchors(std::string_view expression, std::string_vie
             const Capture* best = nullptr;
             std::size_t best_count = 0;
             for (const auto& c : captures) {
-                if (c.text.empty() || !same_scope(c.path, path)) continue;
+                if (c.text.empty() || !within(c.path, path)) continue;
                 const auto n = count_shared_symbols(path, c.path);
                 if (!best || n >= best_count) {
                     best = &c;
@@ -351,7 +429,7 @@ std::string Anchor::replace_anchors(std::string_view expression, std::string_vie
             }
         }
         // A usage without a capture in scope simply vanishes.
-        text = replace_all(text, sub_anchor, "");
+        if (contains(text, sub_anchor)) text = replace_all(text, sub_anchor, "");
     }
     return text;
 }
@@ -391,7 +469,9 @@ bool Anchor::has_sub_anchor(std::string_view expression) const {
 }
 
 const Anchor::Prepared& Anchor::prepare(const std::string& known_replaced) {
-    if (prepared_version_ != state_.key_version() || prepared_.size() > 200000) {
+    // Texts repeat within one hierarchy (siblings share their substitutions);
+    // a small table keeps that reuse without holding every asset of a scene.
+    if (prepared_version_ != state_.key_version() || prepared_.size() > 1024) {
         prepared_.clear();
         prepared_version_ = state_.key_version();
     }

@@ -65,9 +65,14 @@ public:
     const std::pair<std::string, std::string>& unpacked(std::size_t key) const { return unpacked_[key]; }
 
 private:
+    // A set that keeps insertion order: the items, and their positions by
+    // a hash of text and path (equal hashes are confirmed on the items).
     struct Set {
         std::vector<Capture> items;
-        std::unordered_set<std::string> seen;  // text '\0' path
+        std::unordered_multimap<std::size_t, std::size_t> positions;
+        bool contains(const Capture& c, std::size_t hash) const;
+        bool insert(Capture c);
+        void pop_back();
     };
     void reset_keys(std::vector<std::string> keys);
 
@@ -92,7 +97,12 @@ public:
     std::string remove(std::string_view name) const;
 
 private:
+    // Three forms: plain text (regex_ and rest_ null); a literal prefix
+    // followed by a remainder compiled on its own (rest_), which all names
+    // that differ only in the captured text share; or the whole expression.
     regex::RegexPtr regex_;
+    regex::RegexPtr rest_;
+    std::string expression_;  // kept for substitutions in the prefix form
     std::string literal_;
     bool start_ = false, end_ = false;
 };

@@ -57,8 +57,8 @@ void Hierarchy::find_anchors() {
     auto run = [&](auto&& self, const Scopes& layer) -> void {
         for (const auto& scope : layer) {
             if (scope->rule) {
-                for (auto& definition : Anchor::find(scope->rule->regex)) {
-                    if (seen.insert(definition).second) expressions.emplace_back(std::move(definition), std::vector<Capture>{});
+                for (const auto& definition : scope->rule->definitions()) {
+                    if (seen.insert(definition).second) expressions.emplace_back(definition, std::vector<Capture>{});
                 }
             }
             self(self, scope->children);
@@ -69,11 +69,15 @@ void Hierarchy::find_anchors() {
 }
 
 bool Hierarchy::match(const scene::Paths& roots, const Scopes& pattern) {
+    return match(query_->get_locations(roots), pattern);
+}
+
+bool Hierarchy::match(std::span<const scene::Location* const> roots, const Scopes& pattern) {
     const Result result = search_.layer(roots, pattern);
     if (result.is_empty()) return is_optional(pattern);
     for (const auto& response : result) {
         if (is_deadlock(response)) continue;
-        if (!match(response.location->children, response.scope->children)) return false;
+        if (!match(response.location->child_locations, response.scope->children)) return false;
     }
     return true;
 }

@@ -37,6 +37,7 @@ public:
     void find_anchors();
     /// The status of one layer and everything below it.
     bool match(const scene::Paths& roots, const Scopes& pattern);
+    bool match(std::span<const scene::Location* const> roots, const Scopes& pattern);
 
     /// The scanner's cut of one group of roots: mask, take the claimed roots
     /// away, repeat until nothing is claimed. Each element is one candidate

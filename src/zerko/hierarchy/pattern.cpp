@@ -11,6 +11,15 @@ std::set<std::int64_t> Rule::get_range() const {
     return out;
 }
 
+const std::vector<std::string>& Rule::definitions() const {
+    if (!definitions_known_ || definitions_of_ != regex) {
+        definitions_ = Anchor::find(regex);
+        definitions_of_ = regex;
+        definitions_known_ = true;
+    }
+    return definitions_;
+}
+
 bool Rule::is_ghost() const { return name == constants::scene::type::Ghost; }
 
 bool Rule::admits_type(std::string_view type) const {

@@ -25,6 +25,11 @@ struct Range {
 
 /// One item of the pattern, copied from a project's rule record.
 struct Rule {
+    Rule() = default;
+    Rule(const Rule& other)
+        : stamp(other.stamp), name(other.name), icon(other.icon), color(other.color), regex(other.regex),
+          types(other.types), range(other.range), checklist(other.checklist) {}
+
     std::string stamp;
     std::string name;
     std::string icon;
@@ -46,6 +51,13 @@ struct Rule {
     bool is_optional() const { return admits(0); }
     bool is_ghost() const;
     bool admits_type(std::string_view type) const;
+    /// The anchor definitions of `regex`, worked out once per expression text.
+    const std::vector<std::string>& definitions() const;
+
+private:
+    mutable std::string definitions_of_;
+    mutable std::vector<std::string> definitions_;
+    mutable bool definitions_known_ = false;
 };
 
 /// A rule and the pattern of the layer below it.

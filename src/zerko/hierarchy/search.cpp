@@ -90,6 +90,15 @@ Result Search::layer(const scene::Paths& roots, const Scopes& scopes, bool exact
 
 Result Search::layer(RootView roots, const Scopes& scopes, bool exact) {
     Locations locations(*query_, roots);
+    return run(locations, scopes, exact);
+}
+
+Result Search::layer(std::span<const scene::Location* const> known, const Scopes& scopes, bool exact) {
+    Locations locations(*query_, known);
+    return run(locations, scopes, exact);
+}
+
+Result Search::run(Locations& locations, const Scopes& scopes, bool exact) {
     guess_.clear();
     backup_ = logic.state().mark();
     make_guess(locations, scopes);

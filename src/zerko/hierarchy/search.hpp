@@ -48,6 +48,8 @@ public:
     /// object must be claimed.
     Result layer(const scene::Paths& roots, const Scopes& scopes, bool exact = true);
     Result layer(RootView roots, const Scopes& scopes, bool exact = true);
+    /// The same for objects already looked up (the children of a location).
+    Result layer(std::span<const scene::Location* const> locations, const Scopes& scopes, bool exact = true);
 
     Anchor logic;
     const std::shared_ptr<const scene::Virtual>& query() const noexcept { return query_; }
@@ -58,6 +60,8 @@ private:
     class Locations {
     public:
         Locations(const scene::Virtual& query, RootView roots) : query_(query), roots_(roots) {}
+        Locations(const scene::Virtual& query, std::span<const scene::Location* const> known)
+            : query_(query), items_(known.begin(), known.end()), taken_(known.size(), 0) {}
         /// The i-th known object, or null past the end.
         const scene::Location* at(std::size_t i);
         bool taken(std::size_t i) const { return taken_[i] != 0; }
@@ -76,6 +80,7 @@ private:
     bool scope_match(const scene::Location& location, const Scope& scope);
     void make_guess(Locations& locations, const Scopes& scopes);
     bool wrong_guess(Locations& locations, const Scopes& scopes, bool exact) const;
+    Result run(Locations& locations, const Scopes& scopes, bool exact);
 
     std::shared_ptr<const scene::Virtual> query_;
     // The guess: one entry per distinct rule (equal rules share one).

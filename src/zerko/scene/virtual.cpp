@@ -20,6 +20,19 @@ void Virtual::upload(const Paths& roots, bool clear) {
         const auto& children = entry->location.children;
         pending.insert(pending.end(), children.rbegin(), children.rend());
     }
+    resolve_children();
+}
+
+void Virtual::resolve_children() {
+    for (auto& entry : entries_) {
+        if (!entry.exists) continue;
+        auto& location = entry.location;
+        location.child_locations.clear();
+        location.child_locations.reserve(location.children.size());
+        for (const auto& c : location.children) {
+            if (const auto* l = find(c)) location.child_locations.push_back(l);
+        }
+    }
 }
 
 const Virtual::Entry* Virtual::upload_one(const std::string& path) {
@@ -42,7 +55,7 @@ const Virtual::Entry* Virtual::upload_one(const std::string& path) {
 }
 
 const Location* Virtual::find(std::string_view path) const {
-    const auto it = index_.find(std::string(path));
+    const auto it = index_.find(path);
     if (it == index_.end() || !it->second->exists) return nullptr;
     return &it->second->location;
 }

@@ -20,6 +20,9 @@ struct Location {
     std::string path;
     std::string type;
     Paths children;
+    /// The children that exist in the snapshot, resolved once after each
+    /// upload, so that walking down the tree needs no lookup by path.
+    std::vector<const Location*> child_locations;
     bool operator==(const Location& other) const noexcept { return path == other.path; }
 };
 
@@ -53,11 +56,16 @@ private:
         Location location;
     };
     const Entry* upload_one(const std::string& path);
+    void resolve_children();
 
     std::shared_ptr<Operator> operator_;
     // Entries are never moved once made, so Location pointers stay valid until offload.
     std::deque<Entry> entries_;
-    std::unordered_map<std::string, Entry*> index_;
+    struct PathHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view p) const noexcept { return std::hash<std::string_view>{}(p); }
+    };
+    std::unordered_map<std::string, Entry*, PathHash, std::equal_to<>> index_;
 };
 
 }  // namespace zerko::scene
