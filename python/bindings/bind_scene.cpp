@@ -59,6 +59,16 @@ void PyOperator::select(const scene::Paths& paths) {
     Base::select(paths);
 }
 
+std::shared_ptr<void> PyOperator::begin_queries() {
+    walking_ = true;
+    // The handle ends the walk: the kept path objects are released under the GIL.
+    return std::shared_ptr<void>(nullptr, [this](void*) {
+        nb::gil_scoped_acquire gil;
+        walking_ = false;
+        known_.clear();
+    });
+}
+
 std::unique_ptr<scene::SelectionScope> PyOperator::selection_manager() {
     nb::gil_scoped_acquire gil;
     nanobind::detail::ticket t(nb_trampoline, "selection_manager", nanobind::detail::str_hash("selection_manager"),

@@ -26,6 +26,7 @@ void bind_foundation(nb::module_& m);
 void bind_constants(nb::module_& m);
 void bind_scene(nb::module_& m);
 void bind_api(nb::module_& m);
+void bind_hierarchy(nb::module_& m);
 
 /// Python value (None, bool, int, float, str, dict with str keys, list,
 /// tuple) to JSON, key order kept. Throws zerko::TypeError for anything else.

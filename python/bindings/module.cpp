@@ -3,8 +3,12 @@
 
 NB_MODULE(_core, m) {
     m.doc() = "Core of the scene validator";
+    // Host objects that live in module globals are released only late in
+    // interpreter shutdown, after nanobind's own leak check has run.
+    nb::set_leak_warnings(false);
     zerko::py::bind_foundation(m);
     zerko::py::bind_constants(m);
     zerko::py::bind_scene(m);
+    zerko::py::bind_hierarchy(m);
     zerko::py::bind_api(m);
 }

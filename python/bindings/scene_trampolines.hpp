@@ -5,6 +5,8 @@
 #include "common.hpp"
 #include "zerko/scene/operator.hpp"
 
+#include <unordered_map>
+
 namespace zerko::py {
 
 /// Calls the Python override of `name` when the subclass has one; otherwise
@@ -15,11 +17,25 @@ namespace zerko::py {
         nanobind::detail::ticket nb_ticket(nb_trampoline, name,                          \
                                            nanobind::detail::str_hash(name), false);     \
         if (nb_ticket.key.is_valid()) {                                                  \
-            nb::object nb_result = nb_trampoline.base().attr(nb_ticket.key)(__VA_ARGS__); \
+            nb::object nb_result =                                                       \
+                ::zerko::py::call_method(nb_trampoline.base(), nb_ticket.key __VA_OPT__(, ) __VA_ARGS__); \
             return convert(nb_result, name);                                             \
         }                                                                                \
     } while (0);                                                                         \
     return fallback
+
+/// Calls the method `name` of `self` without making a bound method first
+/// (the hot path of a scene snapshot calls the host four times per object).
+template <typename... Args>
+nb::object call_method(nb::handle self, nb::handle name, const Args&... args) {
+    nb::object converted[] = {nb::none(), nb::cast(args)...};
+    PyObject* storage[sizeof...(Args) + 2] = {nullptr, self.ptr()};
+    for (std::size_t i = 0; i < sizeof...(Args); ++i) storage[i + 2] = converted[i + 1].ptr();
+    PyObject* result = PyObject_VectorcallMethod(name.ptr(), storage + 1,
+                                                 (sizeof...(Args) + 1) | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr);
+    if (!result) throw nb::python_error();
+    return nb::steal(result);
+}
 
 inline bool to_bool(nb::handle v, const char*) { return PyObject_IsTrue(v.ptr()) == 1; }
 inline void to_void(nb::handle, const char*) {}
@@ -32,17 +48,45 @@ public:
     NB_TRAMPOLINE(Base);
 
     bool object_exists(const std::string& path) const override {
-        ZERKO_OVERRIDE("object_exists", to_bool, Base::object_exists(path), path);
+        ZERKO_OVERRIDE("object_exists", to_bool, Base::object_exists(path), path_object(path));
     }
     std::string get_type(const std::string& path) const override {
-        ZERKO_OVERRIDE("get_type", expect_string, Base::get_type(path), path);
+        ZERKO_OVERRIDE("get_type", expect_string, Base::get_type(path), path_object(path));
     }
     std::string get_parent(const std::string& path) const override {
-        ZERKO_OVERRIDE("get_parent", expect_optional_string, Base::get_parent(path), path);
+        ZERKO_OVERRIDE("get_parent", expect_optional_string, Base::get_parent(path), path_object(path));
     }
     scene::Paths get_children(const std::string& path) const override {
-        ZERKO_OVERRIDE("get_children", expect_strings, Base::get_children(path), path);
+        {
+            nb::gil_scoped_acquire gil;
+            nanobind::detail::ticket t(nb_trampoline, "get_children", nanobind::detail::str_hash("get_children"), false);
+            if (t.key.is_valid()) {
+                nb::object result = call_method(nb_trampoline.base(), t.key, path_object(path));
+                scene::Paths out;
+                if (result.is_none()) return out;
+                if (PyUnicode_Check(result.ptr())) throw TypeError("get_children returned a string, not a list of strings");
+                for (nb::handle item : result) {
+                    out.push_back(expect_string(item, "get_children"));
+                    if (walking_) known_.emplace(out.back(), nb::borrow(item));
+                }
+                if (walking_) known_.erase(path);  // its four queries are done
+                return out;
+            }
+        }
+        return Base::get_children(path);
     }
+
+protected:
+    // During a snapshot walk the host's own path objects are handed back to
+    // it: no new text objects, and the host's dictionaries find them by identity.
+    nb::object path_object(const std::string& path) const {
+        if (walking_) {
+            if (auto it = known_.find(path); it != known_.end()) return it->second;
+        }
+        return nb::str(path.c_str(), path.size());
+    }
+    mutable bool walking_ = false;
+    mutable std::unordered_map<std::string, nb::object> known_;
 };
 
 using PyQueryOp = QueryTrampoline<scene::QueryOp>;
@@ -90,6 +134,7 @@ public:
         ZERKO_OVERRIDE("embed_filedata", to_void, Base::embed_filedata(data), from_json(data));
     }
     void erase_filedata() override { ZERKO_OVERRIDE("erase_filedata", to_void, Base::erase_filedata()); }
+    std::shared_ptr<void> begin_queries() override;
 };
 
 }  // namespace zerko::py

@@ -14,6 +14,7 @@ from ._core import (  # noqa: F401
     Scene,
     TypeMapping,
     _Assert,
+    _Hierarchy,
     _CallBacks,
     _format,
     _LocalEnv,

@@ -109,6 +109,12 @@ private:
 
 class Anchor {
 public:
+    Anchor() = default;
+    Anchor(const Anchor&) = delete;
+    Anchor& operator=(const Anchor&) = delete;
+    Anchor(Anchor&&) = default;
+    Anchor& operator=(Anchor&&) = default;
+
     AnchorState& state() noexcept { return state_; }
     const AnchorState& state() const noexcept { return state_; }
 

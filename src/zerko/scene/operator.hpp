@@ -66,6 +66,11 @@ public:
     virtual void embed_filedata(const nlohmann::ordered_json& data);
     virtual void erase_filedata();
 
+    /// Called by the snapshot around a walk of many queries; an operator may
+    /// keep per-walk state (the Python face keeps the host's own path
+    /// objects) until the returned handle is dropped. Nothing by default.
+    virtual std::shared_ptr<void> begin_queries() { return nullptr; }
+
     /// "|" becomes "/" and the text after the last "/" is the name.
     static std::string name_from_path(std::string_view path);
 

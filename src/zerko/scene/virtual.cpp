@@ -9,18 +9,34 @@ void Virtual::offload() {
 
 void Virtual::upload(const Paths& roots, bool clear) {
     if (clear) offload();
+    const auto queries = operator_->begin_queries();
+    // While every path is met once, children are linked to their parent as
+    // they come; a path met twice (or an upload that adds to an earlier one)
+    // resolves all links by path at the end instead.
+    bool fresh = clear;
+    struct Pending {
+        std::string path;
+        Location* parent;
+    };
     // Depth first, each object before its children, as a recursive walk
     // would do; an explicit stack keeps deep scenes off the call stack.
-    std::vector<std::string> pending(roots.rbegin(), roots.rend());
+    std::vector<Pending> pending;
+    for (auto it = roots.rbegin(); it != roots.rend(); ++it) pending.push_back({*it, nullptr});
     while (!pending.empty()) {
-        const std::string path = std::move(pending.back());
+        Pending next = std::move(pending.back());
         pending.pop_back();
-        const Entry* entry = upload_one(path);
+        const auto [entry, again] = upload_one(std::move(next.path));
+        fresh = fresh && !again;
         if (!entry->exists) continue;
-        const auto& children = entry->location.children;
-        pending.insert(pending.end(), children.rbegin(), children.rend());
+        auto& location = entry->location;
+        if (fresh && next.parent) next.parent->child_locations.push_back(&location);
+        location.child_locations.clear();
+        location.child_locations.reserve(location.children.size());
+        for (auto it = location.children.rbegin(); it != location.children.rend(); ++it) {
+            pending.push_back({*it, &location});
+        }
     }
-    resolve_children();
+    if (!fresh) resolve_children();
 }
 
 void Virtual::resolve_children() {
@@ -35,23 +51,32 @@ void Virtual::resolve_children() {
     }
 }
 
-const Virtual::Entry* Virtual::upload_one(const std::string& path) {
+std::pair<Virtual::Entry*, bool> Virtual::upload_one(std::string path) {
     Entry* entry;
+    bool again = false;
     if (auto it = index_.find(path); it != index_.end()) {
+        // The key views this entry's path, so the path stays; the rest is read anew.
         entry = it->second;
-        *entry = Entry{};
+        entry->exists = false;
+        entry->parent.clear();
+        entry->location.name.clear();
+        entry->location.type.clear();
+        entry->location.children.clear();
+        entry->location.child_locations.clear();
+        again = true;
     } else {
         entry = &entries_.emplace_back();
-        index_.emplace(path, entry);
+        entry->location.path = std::move(path);
+        index_.emplace(std::string_view(entry->location.path), entry);
     }
-    entry->exists = operator_->object_exists(path);
-    if (!entry->exists) return entry;
-    entry->location.path = path;
-    entry->location.name = Operator::name_from_path(path);
-    entry->location.type = operator_->get_type(path);
-    entry->parent = operator_->get_parent(path);
-    entry->location.children = operator_->get_children(path);
-    return entry;
+    const std::string& p = entry->location.path;
+    entry->exists = operator_->object_exists(p);
+    if (!entry->exists) return {entry, again};
+    entry->location.name = Operator::name_from_path(p);
+    entry->location.type = operator_->get_type(p);
+    entry->parent = operator_->get_parent(p);
+    entry->location.children = operator_->get_children(p);
+    return {entry, again};
 }
 
 const Location* Virtual::find(std::string_view path) const {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <unordered_map>
 #include <vector>
 
@@ -55,7 +56,8 @@ private:
         std::string parent;
         Location location;
     };
-    const Entry* upload_one(const std::string& path);
+    /// Reads one object; the flag tells whether the path was known already.
+    std::pair<Entry*, bool> upload_one(std::string path);
     void resolve_children();
 
     std::shared_ptr<Operator> operator_;
@@ -65,7 +67,8 @@ private:
         using is_transparent = void;
         std::size_t operator()(std::string_view p) const noexcept { return std::hash<std::string_view>{}(p); }
     };
-    std::unordered_map<std::string, Entry*, PathHash, std::equal_to<>> index_;
+    // Keys view the path held by their entry.
+    std::unordered_map<std::string_view, Entry*, PathHash> index_;
 };
 
 }  // namespace zerko::scene
