@@ -8,6 +8,8 @@
 #include "zerko/api/environment.hpp"
 #include "zerko/constants/mask.hpp"
 #include "zerko/foundation/callbacks.hpp"
+#include "zerko/hierarchy/hierarchy.hpp"
+#include "zerko/scene/virtual.hpp"
 #include "zerko/scene/operator.hpp"
 
 namespace zerko::api {
@@ -32,11 +34,16 @@ public:
     const std::shared_ptr<scene::Operator>& op() const noexcept { return op_; }
     foundation::CallBacks& callbacks() noexcept { return callbacks_; }
     const std::shared_ptr<Environment>& env() const noexcept { return env_; }
+    /// The scene snapshot and the matching engine, built for the components.
+    const std::shared_ptr<scene::Virtual>& virtual_scene() const noexcept { return virtual_; }
+    const std::shared_ptr<hierarchy::Hierarchy>& hierarchy() const noexcept { return hierarchy_; }
 
 private:
     std::shared_ptr<scene::Operator> op_;
     foundation::CallBacks callbacks_;
     std::shared_ptr<Environment> env_;
+    std::shared_ptr<scene::Virtual> virtual_;
+    std::shared_ptr<hierarchy::Hierarchy> hierarchy_;
 };
 
 }  // namespace zerko::api

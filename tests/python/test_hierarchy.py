@@ -1,0 +1,139 @@
+"""The snapshot and the matching engine through the Python face, with a host operator."""
+import threading
+from types import SimpleNamespace as NS
+
+import pytest
+
+import zerko
+from conftest import host_layer
+
+
+def rule(stamp, regex, minimum=1, maximum=1, types=("transform",), name=None):
+    return NS(stamp=stamp, name=name or stamp, icon="i", color="c", regex=regex, types=list(types),
+              range=NS(minimum=minimum, maximum=maximum))
+
+
+def node(r, *children):
+    return NS(rule=r, children=list(children))
+
+
+def record(*top, rules):
+    return NS(rules=rules, pattern=NS(children=list(top)))
+
+
+@pytest.fixture
+def engine(scene, environment):
+    api = zerko.Api(scene, environment)
+    rules = {r.stamp: r for r in [
+        rule("ghost", "^assets$", name="ghost"), rule("grp", "^<asset:[a-z]+[0-9]+>_grp$"),
+        rule("geo", "^<asset>_geo$"), rule("part", "^<asset>_part<n:[0-9]+>$", 1, 40, ["mesh"]),
+        rule("col", "^<asset>_col$", 0, 1), rule("ucx", "^UCX_<asset>_<c:[0-9]{2}>$", 1, 6, ["mesh"]),
+        rule("pivot", "^<asset>_pivot$", 0, 1, ["locator"])]}
+    tree = node(rules["ghost"], node(rules["grp"], node(rules["pivot"]), node(rules["col"], node(rules["ucx"])),
+                                     node(rules["geo"], node(rules["part"]))))
+    api._hierarchy.pattern.set(record(tree, rules=list(rules.values())))
+    api._virtual.upload(scene.get_selection_roots())
+    return api
+
+
+def test_snapshot_answers_from_the_host_data(engine, scene):
+    virtual = engine._virtual
+    assert len(virtual) == len(scene.types) - 1  # the camera is outside the selection
+    assert virtual.get_type("|assets|rock0001_grp") == "transform"
+    assert virtual.get_parent("|assets") is None and virtual.get_parent("|assets|rock0001_grp") == "|assets"
+    assert virtual.get_children("|nothing") == [] and virtual.get_type("|nothing") == ""
+    locations = virtual.get_locations(["|assets|rock0001_grp", "|nothing", "|assets"])
+    assert [l.path for l in locations] == ["|assets|rock0001_grp", "|assets"]
+    assert locations[0] == zerko.Scene._Virtual._Location("other", "|assets|rock0001_grp", "mesh")
+    assert len({locations[0], locations[0]}) == 1
+    virtual.offload()
+    assert not virtual.object_exists("|assets")
+
+
+def test_scan_of_the_example_scene(engine):
+    h = engine._hierarchy
+    roots = engine._virtual.get_children("|assets")
+    assert h.pattern.has_ghost() and [s.rule.stamp for s in h.pattern.get()] == ["grp"]
+    groups = h.root_scopes(roots)
+    assert groups == [roots]
+    assert h.cut(roots) == [(["|assets|rock0001_grp"], True), (["|assets|rock0002_grp"], True)]
+    assert h.mask(roots) == ["|assets|rock0001_grp"]
+    assert h.is_valid(["|assets|rock0001_grp"])
+    state = h.search.logic.state.expressions
+    assert state["<asset:[a-z]+[0-9]+>"] == {("rock0001", "|assets|rock0001_grp")}
+    assert ("0", "|assets|rock0001_grp|rock0001_geo|rock0001_part0") in state["<n:[0-9]+>"]
+
+
+def test_rules_scopes_and_the_sorter():
+    a = zerko._Hierarchy.Pattern.Rule(rule("a", "^<x>_a"))
+    b = zerko._Hierarchy.Pattern.Rule(rule("b", "^<x:[a-z]+>_b"))
+    assert a == zerko._Hierarchy.Pattern.Rule(rule("a", "^<x>_a")) and a != b
+    assert hash(a) == hash(zerko._Hierarchy.Pattern.Rule(rule("a", "^<x>_a", 0, 9)))
+    assert a.get_range() == {1} and not a.is_optional()
+    layer = [zerko._Hierarchy.Pattern.Scope(a), zerko._Hierarchy.Pattern.Scope(b)]
+    same = layer
+    zerko._Hierarchy.Pattern._Sorter.sort(layer)
+    assert layer is same and [s.rule.stamp for s in layer] == ["b", "a"]
+
+
+def test_anchor_state_and_worked_example():
+    anchor = zerko._Hierarchy.Anchor()
+    anchor.state.set({"<asset:[a-z]+>": set()})
+    assert anchor.match("^<asset:[a-z]+>_grp$", "rock_grp", "|rock_grp")
+    assert anchor.match("^<asset>_mesh$", "rock_mesh", "|rock_grp|rock_mesh")
+    assert not anchor.match("^<asset>_mesh$", "tree_mesh", "|rock_grp|tree_mesh")
+    copy = anchor.state.clone()
+    assert copy != anchor.state  # captures do not refresh the stored hash
+    anchor.state.make_hash()
+    assert copy == anchor.state and copy.expressions == {"<asset:[a-z]+>": {("rock", "|rock_grp")}}
+    other = zerko._Hierarchy.Anchor._State()
+    other.set({"<asset:[a-z]+>": {("tree", "|tree_grp")}})
+    merged = copy + other
+    assert merged.expressions["<asset:[a-z]+>"] == {("rock", "|rock_grp"), ("tree", "|tree_grp")}
+    assert zerko._Hierarchy.Anchor.unpack_anchor("<<a:b>>") == ("<a>", "b")
+    with pytest.raises(ValueError):
+        zerko._Hierarchy.Anchor.unpack_anchor("<a:b:c>")
+
+
+def test_bad_expressions_raise_instead_of_hanging(engine):
+    h = engine._hierarchy
+    bad = rule("grp", "^(<asset:[a-z]+>_grp$")
+    h.pattern.set(record(node(bad), rules=[bad]))
+    with pytest.raises(ValueError):
+        h.is_valid(["|assets"])
+    twice = rule("grp", "^<a:[a-z]+>s<a:[a-z]+>$")
+    h.pattern.set(record(node(twice), rules=[twice]))
+    with pytest.raises(ValueError):
+        h.is_valid(["|assets"])
+    slow = rule("grp", "^(a|aa)+(b|c)*$")
+    h.pattern.set(record(node(slow), rules=[slow]))
+    engine._virtual.upload(["|assets"])
+    assert h.is_valid(["|assets"]) is False
+
+
+def test_search_releases_the_interpreter(engine):
+    h = engine._hierarchy
+    roots = engine._virtual.get_children("|assets")
+    results, ticks = [], []
+    worker = threading.Thread(target=lambda: results.extend(h.cut(roots) for _ in range(300)))
+    worker.start()
+    while worker.is_alive():
+        ticks.append(1)  # Python keeps running while the search works
+    worker.join()
+    assert len(results) == 300 and results[0] == results[-1]
+    assert len(ticks) > 1
+
+
+def test_wrong_types_from_python_raise_type_error(engine):
+    with pytest.raises(TypeError):
+        engine._hierarchy.mask("not a list")
+    with pytest.raises(TypeError):
+        zerko.Scene._Virtual("not an operator")
+
+    class Liar(host_layer.MemoryScene):
+        def get_children(self, path):
+            return 42
+
+    liar = Liar({"objects": [{"name": "a", "type": "mesh"}]})
+    with pytest.raises(TypeError):
+        zerko.Scene._Virtual(liar).upload(["|a"])
