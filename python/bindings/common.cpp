@@ -1,5 +1,8 @@
 #include "common.hpp"
 
+#include <array>
+#include <utility>
+
 #include "zerko/foundation/errors.hpp"
 
 namespace zerko::py {
@@ -60,18 +63,33 @@ nb::object from_json(const json& v) {
     }
 }
 
+namespace {
+
+// Namespaces are bound classes of their own (one tag type each, from a fixed
+// pool), so that stub generation and introspection see what is nested in them.
+template <std::size_t I>
+struct NamespaceTag {};
+
+using NamespaceMaker = nb::object (*)(nb::handle, const char*, const char*);
+
+template <std::size_t I>
+nb::object make_namespace_class(nb::handle parent, const char* name, const char* doc) {
+    return nb::class_<NamespaceTag<I>>(parent, name, doc);
+}
+
+template <std::size_t... I>
+constexpr std::array<NamespaceMaker, sizeof...(I)> namespace_makers(std::index_sequence<I...>) {
+    return {&make_namespace_class<I>...};
+}
+
+constexpr auto kNamespaceMakers = namespace_makers(std::make_index_sequence<160>{});
+std::size_t g_namespaces_made = 0;
+
+}  // namespace
+
 nb::object make_namespace(nb::handle parent, const char* name, const char* doc) {
-    nb::dict ns;
-    ns["__doc__"] = nb::str(doc);
-    ns["__module__"] = nb::str("zerko");
-    std::string qualname = name;
-    if (nb::hasattr(parent, "__qualname__") && !nb::isinstance<nb::module_>(parent)) {
-        qualname = nb::cast<std::string>(parent.attr("__qualname__")) + "." + name;
-    }
-    ns["__qualname__"] = nb::str(qualname.c_str());
-    nb::object cls = nb::module_::import_("builtins").attr("type")(nb::str(name), nb::tuple(), ns);
-    nb::setattr(parent, name, cls);
-    return cls;
+    if (g_namespaces_made >= kNamespaceMakers.size()) throw std::runtime_error("too many namespaces for the tag pool");
+    return kNamespaceMakers[g_namespaces_made++](parent, name, doc);
 }
 
 std::string expect_string(nb::handle v, const char* what) {
