@@ -349,3 +349,66 @@ TEST(Hierarchy, MatchesTheLiteralFormOnGeneratedScenes) {
     RecordProperty("hierarchies", compared);
     RecordProperty("errors", errors);
 }
+
+TEST(Search, LayerEdgeCases) {
+    auto scene = std::make_shared<MemoryScene>();
+    const auto top = scene->add("", "top", "transform");
+    const auto a = scene->add(top, "a1", "mesh");
+    const auto b = scene->add(top, "a2", "mesh");
+    const auto parent = scene->add(top, "a3", "transform");
+    scene->add(parent, "child", "mesh");
+    auto virt = std::make_shared<scene::Virtual>(scene);
+    virt->upload({top, "|missing"});
+    EXPECT_FALSE(virt->object_exists("|missing"));
+    EXPECT_EQ(virt->get_locations({"|missing", a}).size(), 1u);
+    Search search(virt);
+    auto scope = [](std::shared_ptr<Rule> r, Scopes children = {}) { return std::make_shared<Scope>(Scope{std::move(r), std::move(children)}); };
+
+    // An equal rule in two scopes shares one guess: both report the later list.
+    auto first = rule("s", "^a", 0, 5);
+    auto twin = std::make_shared<Rule>(*first);
+    Scopes shared{scope(first), scope(twin)};
+    const auto result = search.layer({a, b}, shared, false);
+    ASSERT_EQ(result.size(), 0u);  // the first scope took both; the second found none and overwrote the entry
+
+    // A rule with maximum 0 claims nothing; in an exact layer that is a wrong guess.
+    EXPECT_TRUE(search.layer({a}, {scope(rule("z", "^a", 0, 0))}).is_empty());
+    // A leaf scope never takes an object with children.
+    EXPECT_TRUE(search.layer({parent}, {scope(rule("p", "^a", 0, 1))}).is_empty());
+    EXPECT_EQ(search.layer({parent}, {scope(rule("p", "^a", 0, 1), {scope(rule("c", "^child$"))})}).size(), 1u);
+    // Range 1..1 that fits two objects: exact fails, a mask run keeps the first.
+    EXPECT_TRUE(search.layer({a, b}, {scope(rule("one", "^a[0-9]$"))}).is_empty());
+    const auto masked = search.layer({a, b}, {scope(rule("one", "^a[0-9]$"))}, false);
+    ASSERT_EQ(masked.size(), 1u);
+    EXPECT_EQ(masked.array()[0].location->path, a);
+}
+
+TEST(Hierarchy, GhostRootsAndGroups) {
+    auto scene = std::make_shared<MemoryScene>();
+    const auto g1 = scene->add("", "set1", "transform");
+    const auto g2 = scene->add("", "set2", "locator");
+    const auto x = scene->add(g1, "x", "mesh");
+    const auto y = scene->add(g2, "y", "mesh");
+    const auto z = scene->add(g1, "z", "mesh");
+    const auto loose = scene->add("", "loose", "mesh");
+    auto virt = std::make_shared<scene::Virtual>(scene);
+    virt->upload(scene->top());
+    Hierarchy h(virt);
+    auto leaf = rule("leaf", "^[a-z]+$", 1, 9, {"mesh"});
+    h.pattern().set({rule("ghost", "^set[0-9]$", 1, 1, {"transform", "locator"}, "ghost"), leaf},
+                    node("", {node("ghost", {node("leaf")})}));
+    EXPECT_EQ(h.root_scopes({x, y, z, loose}), (std::vector<scene::Paths>{{x, z}, {y}}));
+    EXPECT_FALSE(h.ghost_scope_match({x, loose}));
+    h.pattern().set({rule("ghost", "^set[0-9]$", 1, 1, {"sceneRoot", "transform"}, "ghost"), leaf},
+                    node("", {node("ghost", {node("leaf")})}));
+    EXPECT_EQ(h.root_scopes({x, y, loose}), (std::vector<scene::Paths>{{x}, {loose}}));
+    h.pattern().set({rule("ghost", "^set[0-9]$", 1, 1, {}, "ghost"), leaf}, node("", {node("ghost", {node("leaf")})}));
+    EXPECT_EQ(h.root_scopes({x, loose}), (std::vector<scene::Paths>{{loose}}));
+    // Without a ghost: one group, as given.
+    h.pattern().set({leaf}, node("", {node("leaf")}));
+    EXPECT_EQ(h.root_scopes({x, loose}), (std::vector<scene::Paths>{{x, loose}}));
+    // A wrong guess on an all-optional pattern still reads as success.
+    h.pattern().set({rule("opt", "^q", 0, 1)}, node("", {node("opt")}));
+    EXPECT_TRUE(h.is_valid({x, z}));
+    EXPECT_FALSE(h.match(scene::Paths{}, Scopes{std::make_shared<Scope>(Scope{rule("req", "^q"), {}})}));
+}
