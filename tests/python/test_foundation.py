@@ -75,7 +75,7 @@ def test_logger_returns_at_once_and_delivers_everything(log):
 
     class Slow(logging.Handler):
         def emit(self, record):
-            time.sleep(0.0005)
+            time.sleep(0.001)
             slow_seen.append(record.getMessage())
 
     slow = Slow()
@@ -85,7 +85,7 @@ def test_logger_returns_at_once_and_delivers_everything(log):
         for i in range(1000):
             zerko.Logger.info("message %d" % i)
         issued = time.perf_counter() - start
-        assert issued < 0.25, issued  # the handler alone needs 0.5 s
+        assert issued < 0.5, issued  # the handler alone needs more than 1 s
         zerko.Logger._flush()
     finally:
         logging.getLogger().removeHandler(slow)
