@@ -58,15 +58,7 @@ private:
 class ForeignEnvironment final : public Environment {
 public:
     explicit ForeignEnvironment(nb::object object) : object_(std::move(object)) {}
-    ~ForeignEnvironment() override {
-        if (Py_IsInitialized()) {
-            nb::gil_scoped_acquire gil;
-            object_.reset();
-        } else {
-            object_.release();
-        }
-    }
-    const nb::object& object() const noexcept { return object_; }
+    const nb::object& object() const noexcept { return object_.get(); }
 
     std::string target() const override { return read("target"); }
     std::string scope() const override { return read("scope"); }
@@ -81,17 +73,17 @@ public:
 private:
     std::string read(const char* name) const {
         nb::gil_scoped_acquire gil;
-        return expect_string(nb::getattr(object_, name), name);
+        return expect_string(nb::getattr(object_.get(), name), name);
     }
     template <typename... Args>
     std::string call(const char* name, const Args&... args) const {
         nb::gil_scoped_acquire gil;
-        nb::object member = nb::getattr(object_, name);
+        nb::object member = nb::getattr(object_.get(), name);
         if (!PyCallable_Check(member.ptr())) throw TypeError(std::string(name) + " is not callable");
         return expect_string(member(args...), name);
     }
 
-    nb::object object_;
+    HeldObject object_;
 };
 
 nb::object environment_to_python(const std::shared_ptr<Environment>& env) {

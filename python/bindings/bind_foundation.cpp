@@ -210,25 +210,17 @@ void bind_errors(nb::module_& m) {
 class RootLoggerSink final : public foundation::LogSink {
 public:
     explicit RootLoggerSink(nb::object root) : root_(std::move(root)) {}
-    ~RootLoggerSink() override {
-        if (Py_IsInitialized()) {
-            nb::gil_scoped_acquire gil;
-            root_.reset();
-        } else {
-            root_.release();  // the interpreter is gone; nothing to release into
-        }
-    }
     void deliver(LogLevel level, const std::string& message) override {
         nb::gil_scoped_acquire gil;
         try {
-            root_.attr("log")(static_cast<int>(level), nb::str(message.c_str(), message.size()));
+            root_.get().attr("log")(static_cast<int>(level), nb::str(message.c_str(), message.size()));
         } catch (nb::python_error& e) {
             e.discard_as_unraisable("zerko.Logger");
         }
     }
 
 private:
-    nb::object root_;
+    HeldObject root_;
 };
 
 std::string message_text(nb::handle message) { return nb::cast<std::string>(nb::str(message)); }
@@ -296,26 +288,18 @@ void bind_assertions(nb::module_& m) {
 class PyCallback final : public foundation::Callback {
 public:
     explicit PyCallback(nb::object f) : f_(std::move(f)) {}
-    ~PyCallback() override {
-        if (Py_IsInitialized()) {
-            nb::gil_scoped_acquire gil;
-            f_.reset();
-        } else {
-            f_.release();
-        }
-    }
     void call(const foundation::CallArgs& args) override {
         nb::gil_scoped_acquire gil;
         nb::object converted = from_json(args.is_array() ? args : foundation::CallArgs::array());
         nb::object arguments = nb::steal(PyList_AsTuple(converted.ptr()));
-        PyObject* result = PyObject_Call(f_.ptr(), arguments.ptr(), nullptr);
+        PyObject* result = PyObject_Call(f_.get().ptr(), arguments.ptr(), nullptr);
         if (!result) throw nb::python_error();
         Py_DECREF(result);
     }
-    const void* identity() const noexcept override { return f_.ptr(); }
+    const void* identity() const noexcept override { return f_.get().ptr(); }
 
 private:
-    nb::object f_;
+    HeldObject f_;
 };
 
 void bind_callbacks(nb::module_& m) {

@@ -28,6 +28,28 @@ void bind_scene(nb::module_& m);
 void bind_api(nb::module_& m);
 void bind_hierarchy(nb::module_& m);
 
+/// A Python object kept by a C++ object that may die on any thread: the
+/// reference is dropped under the GIL, or left alone once the interpreter
+/// has gone (there is nothing to drop it into then).
+class HeldObject {
+public:
+    explicit HeldObject(nb::object object) : object_(std::move(object)) {}
+    HeldObject(const HeldObject&) = delete;
+    HeldObject& operator=(const HeldObject&) = delete;
+    ~HeldObject() {
+        if (Py_IsInitialized()) {
+            nb::gil_scoped_acquire gil;
+            object_.reset();
+        } else {
+            object_.release();
+        }
+    }
+    const nb::object& get() const noexcept { return object_; }
+
+private:
+    nb::object object_;
+};
+
 /// Python value (None, bool, int, float, str, dict with str keys, list,
 /// tuple) to JSON, key order kept. Throws zerko::TypeError for anything else.
 nlohmann::ordered_json to_json(nb::handle value);

@@ -14,6 +14,7 @@
 
 #include "zerko/constants/constants.hpp"
 #include "zerko/foundation/errors.hpp"
+#include "zerko/foundation/naming.hpp"
 
 namespace zerko::api {
 
@@ -88,20 +89,6 @@ void make_directory(const std::string& dir) {
 
 namespace {
 
-std::string replace_all(std::string text, std::string_view from, std::string_view to) {
-    if (from.empty()) return text;
-    std::string out;
-    std::size_t pos = 0;
-    while (true) {
-        const auto hit = text.find(from, pos);
-        out.append(text, pos, hit == std::string::npos ? std::string::npos : hit - pos);
-        if (hit == std::string::npos) break;
-        out.append(to);
-        pos = hit + from.size();
-    }
-    return out;
-}
-
 const std::string& required_home() {
     const auto& home = Environment::user_home();
     if (!home) throw TypeError("the user's home directory is not known (no USERPROFILE or HOME)");
@@ -133,13 +120,13 @@ std::string Environment::root() const {
 
 std::string Environment::encode_user_path(std::string_view p) {
     const auto user = path::normalise(required_home());
-    return replace_all(replace_all(path::normalise(p), user, "~"), "\\", "/");
+    return foundation::replace_all(foundation::replace_all(path::normalise(p), user, "~"), "\\", "/");
 }
 
 std::string Environment::decode_user_path(std::string_view p) {
     // Every "~" is the home directory, wherever it stands in the path.
     const auto user = path::normalise(required_home());
-    return replace_all(replace_all(path::normalise(p), "~", user), "\\", "/");
+    return foundation::replace_all(foundation::replace_all(path::normalise(p), "~", user), "\\", "/");
 }
 
 void Environment::publish() const {

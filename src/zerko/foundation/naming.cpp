@@ -68,6 +68,21 @@ std::string encode_utf8(std::u32string_view text) {
     return out;
 }
 
+std::string replace_all(std::string_view text, std::string_view from, std::string_view to) {
+    if (from.empty()) return std::string(text);
+    std::string out;
+    out.reserve(text.size());
+    std::size_t pos = 0;
+    while (true) {
+        const auto hit = text.find(from, pos);
+        out.append(text.substr(pos, hit == std::string_view::npos ? std::string_view::npos : hit - pos));
+        if (hit == std::string_view::npos) break;
+        out.append(to);
+        pos = hit + from.size();
+    }
+    return out;
+}
+
 // ---------------------------------------------------------------- format
 
 namespace {
@@ -113,15 +128,15 @@ std::string render(const FormatArg& arg) {
     return float_repr(std::get<double>(arg));
 }
 
-std::string render_spec(const FormatArg& arg, std::string_view spec) {
-    if (spec.empty()) return render(arg);
+std::string render_field(const FormatArg& arg, std::string_view field_format) {
+    if (field_format.empty()) return render(arg);
     // Supported: "0<width>d" and "<width>d" (zero padding or blank padding).
-    if (spec.back() != 'd') throw ValueError("unsupported format specification: " + std::string(spec));
+    if (field_format.back() != 'd') throw ValueError("unsupported format field: " + std::string(field_format));
     const auto* value = std::get_if<std::int64_t>(&arg);
     if (!value) throw ValueError("Unknown format code 'd' for object of another type");
-    const bool zero = spec.front() == '0';
+    const bool zero = field_format.front() == '0';
     std::size_t width = 0;
-    const auto digits = spec.substr(zero ? 1 : 0, spec.size() - (zero ? 2 : 1));
+    const auto digits = field_format.substr(zero ? 1 : 0, field_format.size() - (zero ? 2 : 1));
     if (!digits.empty()) std::from_chars(digits.data(), digits.data() + digits.size(), width);
     std::string text = std::to_string(*value < 0 ? -*value : *value);
     const std::string sign = *value < 0 ? "-" : "";
@@ -148,7 +163,7 @@ std::string format(std::string_view templ, std::span<const FormatArg> args) {
             const auto colon = field.find(':');
             if (colon != 0 && !field.empty()) throw ValueError("only automatic field numbering is supported");
             if (next >= args.size()) throw ValueError("Replacement index out of range for positional args");
-            out += render_spec(args[next++], colon == std::string_view::npos ? std::string_view{} : field.substr(1));
+            out += render_field(args[next++], colon == std::string_view::npos ? std::string_view{} : field.substr(1));
             i = close;
         } else if (c == '}') {
             if (i + 1 < templ.size() && templ[i + 1] == '}') { out.push_back('}'); ++i; continue; }
@@ -285,18 +300,7 @@ std::string Naming::en_ru_filter(std::string_view text) {
 
 std::string Naming::space_filter(std::string_view text) { return strip(text, " "); }
 
-std::string Naming::ghost_filter(std::string_view text) {
-    static constexpr std::string_view marker = "ghost";
-    std::string out;
-    std::size_t pos = 0;
-    while (true) {
-        const auto hit = text.find(marker, pos);
-        out.append(text.substr(pos, hit == std::string_view::npos ? std::string_view::npos : hit - pos));
-        if (hit == std::string_view::npos) break;
-        pos = hit + marker.size();
-    }
-    return out;
-}
+std::string Naming::ghost_filter(std::string_view text) { return replace_all(text, "ghost", ""); }
 
 std::string Naming::strip(std::string_view name, std::string_view chars) {
     const std::u32string set = decode_utf8(chars);

@@ -25,6 +25,10 @@ std::u32string decode_utf8(std::string_view text);
 std::string encode_utf8(std::u32string_view text);
 void append_utf8(std::string& out, char32_t code_point);
 
+/// `text` with every non-overlapping occurrence of `from` replaced by `to`,
+/// scanning from the left (an empty `from` changes nothing).
+std::string replace_all(std::string_view text, std::string_view from, std::string_view to);
+
 /// One argument of `format`: text, an integer or a real number.
 using FormatArg = std::variant<std::string, std::int64_t, double>;
 

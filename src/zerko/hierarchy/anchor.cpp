@@ -5,25 +5,15 @@
 #include <functional>
 
 #include "zerko/foundation/errors.hpp"
+#include "zerko/foundation/naming.hpp"
 
 namespace zerko::hierarchy {
+
+using foundation::replace_all;
 
 namespace {
 
 bool contains(std::string_view text, std::string_view part) { return text.find(part) != std::string_view::npos; }
-
-std::string replace_all(std::string_view text, std::string_view from, std::string_view to) {
-    std::string out;
-    std::size_t pos = 0;
-    while (true) {
-        const auto hit = text.find(from, pos);
-        out.append(text.substr(pos, hit == std::string_view::npos ? std::string_view::npos : hit - pos));
-        if (hit == std::string_view::npos) break;
-        out.append(to);
-        pos = hit + from.size();
-    }
-    return out;
-}
 
 /// The two pieces around the one occurrence of `sep`, as an unpacking split
 /// demands: any other number of pieces is a value error.
