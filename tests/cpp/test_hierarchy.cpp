@@ -412,3 +412,26 @@ TEST(Hierarchy, GhostRootsAndGroups) {
     EXPECT_TRUE(h.is_valid({x, z}));
     EXPECT_FALSE(h.match(scene::Paths{}, Scopes{std::make_shared<Scope>(Scope{rule("req", "^q"), {}})}));
 }
+
+TEST(Virtual, SnapshotKeepsWhatTheHostSaidUntilTheNextUpload) {
+    auto scene = std::make_shared<MemoryScene>();
+    const auto a = scene->add("", "a", "transform");
+    const auto b = scene->add(a, "b", "mesh");
+    const auto c = scene->add("", "c", "mesh");
+    scene::Virtual snapshot(scene);
+    snapshot.upload({a, "|ghost"});
+    EXPECT_TRUE(snapshot.object_exists(b));
+    EXPECT_FALSE(snapshot.object_exists("|ghost"));
+    EXPECT_EQ(snapshot.get_parent("|ghost"), "");
+    EXPECT_EQ(snapshot.find(a)->child_locations, (std::vector<const scene::Location*>{snapshot.find(b)}));
+    EXPECT_FALSE(snapshot.object_exists(c));
+    snapshot.upload({c, b}, false);  // adds, and reads b again
+    EXPECT_TRUE(snapshot.object_exists(c) && snapshot.object_exists(a));
+    EXPECT_EQ(snapshot.find(a)->child_locations.size(), 1u);
+    EXPECT_EQ(snapshot.get_type(b), "mesh");
+    snapshot.upload({c});
+    EXPECT_FALSE(snapshot.object_exists(a));
+    EXPECT_EQ(snapshot.get_children(a), scene::Paths{});
+    snapshot.offload();
+    EXPECT_EQ(snapshot.size(), 0u);
+}

@@ -7,6 +7,7 @@
 // the work of one match so that a pathological pattern raises RegexError
 // instead of hanging.
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
