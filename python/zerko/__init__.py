@@ -16,6 +16,7 @@ from ._core import (  # noqa: F401
     _Assert,
     _Hierarchy,
     _CallBacks,
+    _File,
     _format,
     _LocalEnv,
     _NamesControl,

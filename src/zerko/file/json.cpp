@@ -1,0 +1,110 @@
+#include "zerko/file/json.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+#include "zerko/foundation/assertions.hpp"
+
+namespace zerko::file {
+
+namespace {
+
+bool is_continuation(unsigned char c) { return (c & 0xC0) == 0x80; }
+
+// Python counts offsets in code points, the parser in bytes.
+std::size_t characters_before(std::string_view text, std::size_t bytes) {
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < bytes && i < text.size(); ++i) {
+        if (!is_continuation(static_cast<unsigned char>(text[i]))) ++count;
+    }
+    return count;
+}
+
+std::string position_text(const std::string& message, const std::string& document, std::size_t position) {
+    std::size_t line = 1;
+    std::size_t column = 1;
+    std::size_t seen = 0;
+    for (std::size_t i = 0; i < document.size() && seen < position; ++i) {
+        const auto c = static_cast<unsigned char>(document[i]);
+        if (is_continuation(c)) continue;
+        ++seen;
+        if (c == '\n') {
+            ++line;
+            column = 1;
+        } else {
+            ++column;
+        }
+    }
+    return message + ": line " + std::to_string(line) + " column " + std::to_string(column) + " (char " +
+           std::to_string(position) + ")";
+}
+
+// The parser's text carries its own id and position; keep only the reason.
+std::string reason(const std::string& what) {
+    std::string text = what;
+    if (auto close = text.find("] "); text.rfind("[json.exception.", 0) == 0 && close != std::string::npos) {
+        text.erase(0, close + 2);
+    }
+    if (text.rfind("parse error", 0) == 0) {
+        if (auto colon = text.find(": "); colon != std::string::npos) text.erase(0, colon + 2);
+    }
+    return text;
+}
+
+struct FileCloser {
+    void operator()(std::FILE* f) const noexcept { std::fclose(f); }
+};
+using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
+
+}  // namespace
+
+JsonDecodeError::JsonDecodeError(std::string message, std::string document, std::size_t position)
+    : ValueError(position_text(message, document, position)),
+      message_(std::move(message)),
+      document_(std::move(document)),
+      position_(position) {}
+
+Document Json::parse(std::string_view text) {
+    // Python's reader refuses a byte order mark in UTF-8 text; so do we, so
+    // that both faces judge a file alike.
+    if (text.size() >= 3 && text.substr(0, 3) == "\xEF\xBB\xBF") {
+        throw JsonDecodeError("Unexpected UTF-8 BOM (decode using utf-8-sig)", std::string(text), 0);
+    }
+    try {
+        return Document::parse(text);
+    } catch (const nlohmann::json::parse_error& e) {
+        const std::size_t byte = e.byte > 0 ? e.byte - 1 : 0;
+        throw JsonDecodeError(reason(e.what()), std::string(text), characters_before(text, byte));
+    }
+}
+
+Document Json::read(const std::string& path) {
+    errno = 0;
+    FileHandle f(std::fopen(path.c_str(), "rb"));
+    if (!f) throw FileNotFoundError(errno ? errno : ENOENT, path);
+    std::string text;
+    char buffer[1 << 14];
+    std::size_t n = 0;
+    while ((n = std::fread(buffer, 1, sizeof buffer, f.get())) > 0) text.append(buffer, n);
+    if (std::ferror(f.get())) throw FileNotFoundError(errno ? errno : EIO, path);
+    return parse(text);
+}
+
+std::string Json::dumps(const Document& data) {
+    return data.dump(2, ' ', false, Document::error_handler_t::replace);
+}
+
+void Json::write(const std::string& path, Document data) {
+    const std::string text = dumps(foundation::Assert::Json::clean(data));
+    errno = 0;
+    FileHandle f(std::fopen(path.c_str(), "wb"));
+    if (!f) throw FileNotFoundError(errno ? errno : ENOENT, path);
+    if (std::fwrite(text.data(), 1, text.size(), f.get()) != text.size()) {
+        throw FileNotFoundError(errno ? errno : EIO, path);
+    }
+    std::FILE* raw = f.release();
+    if (std::fclose(raw) != 0) throw FileNotFoundError(errno ? errno : EIO, path);
+}
+
+}  // namespace zerko::file

@@ -1,0 +1,33 @@
+#pragma once
+// Small file operations that the stores share, and the quarantine of
+// corrupted files: a file that cannot be parsed is kept for later study in a
+// ".corrupted" directory beside it, and the program goes on as if it did not
+// exist.
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace zerko::file {
+
+struct Text {
+    /// The whole file in text mode: the bytes as they are (the platform's
+    /// encoding), with "\r\n" and "\r" read as "\n". Errors reach the caller.
+    static std::string read(const std::string& path);
+};
+
+/// Stem and extension of a file name; the extension keeps its dot and may be
+/// empty, and leading dots of the last segment do not start one.
+std::pair<std::string, std::string> split_extension(std::string_view filename);
+
+/// "<stem>-<seconds since the epoch, rounded><extension>", e.g. project-1700000000.json.
+std::string timed_filename(std::string_view filename);
+
+/// Moves `path` into the ".corrupted" directory beside it under a timed name,
+/// creating that directory (one level) when missing. Never raises: a failure
+/// is logged as "{class name}: {error}" and the caller goes on.
+void move_corrupted(const std::string& path);
+
+/// The name of the quarantine directory.
+inline constexpr std::string_view corrupted_directory = ".corrupted";
+
+}  // namespace zerko::file
