@@ -11,5 +11,6 @@ NB_MODULE(_core, m) {
     zerko::py::bind_scene(m);
     zerko::py::bind_hierarchy(m);
     zerko::py::bind_file(m);
+    zerko::py::bind_statistics(m);
     zerko::py::bind_api(m);
 }

@@ -22,6 +22,7 @@ from ._core import (  # noqa: F401
     _NamesControl,
     _Naming,
     _Software,
+    _Statistics,
     _Str,
     _str,
     version,

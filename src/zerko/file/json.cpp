@@ -95,6 +95,40 @@ std::string Json::dumps(const Document& data) {
     return data.dump(2, ' ', false, Document::error_handler_t::replace);
 }
 
+std::string Json::dumps_line(const Document& data) {
+    std::string out;
+    auto scalar = [&out](const Document& value) {
+        out += value.dump(-1, ' ', false, Document::error_handler_t::replace);
+    };
+    auto line = [&](auto&& self, const Document& value) -> void {
+        if (value.is_object()) {
+            out.push_back('{');
+            bool first = true;
+            for (const auto& [key, item] : value.items()) {
+                if (!first) out += ", ";
+                first = false;
+                scalar(Document(key));
+                out += ": ";
+                self(self, item);
+            }
+            out.push_back('}');
+        } else if (value.is_array()) {
+            out.push_back('[');
+            bool first = true;
+            for (const auto& item : value) {
+                if (!first) out += ", ";
+                first = false;
+                self(self, item);
+            }
+            out.push_back(']');
+        } else {
+            scalar(value);
+        }
+    };
+    line(line, data);
+    return out;
+}
+
 void Json::write(const std::string& path, Document data) {
     const std::string text = dumps(foundation::Assert::Json::clean(data));
     errno = 0;

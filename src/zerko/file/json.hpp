@@ -49,6 +49,9 @@ struct Json {
     static void write(const std::string& path, Document data);
     /// The text `write` puts in a file.
     static std::string dumps(const Document& data);
+    /// One line, with ", " and ": " between items and non-ASCII characters as
+    /// they are: the form of request bodies, as Python's json.dumps gives it.
+    static std::string dumps_line(const Document& data);
 
     class AccessQueue;
 };
