@@ -176,6 +176,8 @@ void bind_api(nb::module_& m) {
         .def_prop_ro("callbacks", [](api::Api& a) -> foundation::CallBacks& { return a.callbacks(); },
                      nb::rv_policy::reference_internal)
         .def_prop_ro("env", [](const api::Api& a) { return environment_to_python(a.env()); })
+        .def_prop_ro("settings", &api::Api::settings, nb::rv_policy::reference_internal)
+        .def_prop_ro("statistics", &api::Api::statistics, nb::rv_policy::reference_internal)
         .def_prop_ro("_virtual", &api::Api::virtual_scene)
         .def_prop_ro("_hierarchy", &api::Api::hierarchy)
         .def("shutdown", &api::Api::shutdown);

@@ -29,6 +29,7 @@ void bind_api(nb::module_& m);
 void bind_hierarchy(nb::module_& m);
 void bind_file(nb::module_& m);
 void bind_statistics(nb::module_& m);
+void bind_settings(nb::module_& m);
 
 /// A Python object kept by a C++ object that may die on any thread: the
 /// reference is dropped under the GIL, or left alone once the interpreter

@@ -12,5 +12,6 @@ NB_MODULE(_core, m) {
     zerko::py::bind_hierarchy(m);
     zerko::py::bind_file(m);
     zerko::py::bind_statistics(m);
+    zerko::py::bind_settings(m);
     zerko::py::bind_api(m);
 }

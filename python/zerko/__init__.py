@@ -21,6 +21,7 @@ from ._core import (  # noqa: F401
     _LocalEnv,
     _NamesControl,
     _Naming,
+    _Settings,
     _Software,
     _Statistics,
     _Str,

@@ -13,6 +13,8 @@ Api::Api(std::shared_ptr<scene::Operator> op, std::shared_ptr<Environment> envir
     } else {
         env_ = std::make_shared<LocalEnv>();
     }
+    settings_ = std::make_unique<settings::Settings>(*env_);
+    statistics_ = std::make_unique<statistics::Statistics>(*env_);
     virtual_ = std::make_shared<scene::Virtual>(op_);
     hierarchy_ = std::make_shared<hierarchy::Hierarchy>(virtual_);
 }

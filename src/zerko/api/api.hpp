@@ -11,6 +11,8 @@
 #include "zerko/hierarchy/hierarchy.hpp"
 #include "zerko/scene/virtual.hpp"
 #include "zerko/scene/operator.hpp"
+#include "zerko/settings/settings.hpp"
+#include "zerko/statistics/statistics.hpp"
 
 namespace zerko::api {
 
@@ -34,6 +36,10 @@ public:
     const std::shared_ptr<scene::Operator>& op() const noexcept { return op_; }
     foundation::CallBacks& callbacks() noexcept { return callbacks_; }
     const std::shared_ptr<Environment>& env() const noexcept { return env_; }
+    /// The settings store, read from the environment's settings file.
+    settings::Settings& settings() noexcept { return *settings_; }
+    /// The statistics store, read from the environment's statistics file.
+    statistics::Statistics& statistics() noexcept { return *statistics_; }
     /// The scene snapshot and the matching engine, built for the components.
     const std::shared_ptr<scene::Virtual>& virtual_scene() const noexcept { return virtual_; }
     const std::shared_ptr<hierarchy::Hierarchy>& hierarchy() const noexcept { return hierarchy_; }
@@ -42,6 +48,8 @@ private:
     std::shared_ptr<scene::Operator> op_;
     foundation::CallBacks callbacks_;
     std::shared_ptr<Environment> env_;
+    std::unique_ptr<settings::Settings> settings_;
+    std::unique_ptr<statistics::Statistics> statistics_;
     std::shared_ptr<scene::Virtual> virtual_;
     std::shared_ptr<hierarchy::Hierarchy> hierarchy_;
 };
