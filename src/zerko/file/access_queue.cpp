@@ -88,6 +88,15 @@ Json::AccessQueue::AccessQueue(std::string_view json_path, bool write, double ac
     path_id_ = path_ + ".id." + ticket_;
 }
 
+Json::AccessQueue::~AccessQueue() {
+    if (left_) return;
+    try {
+        release_access();
+    } catch (...) {
+        // Nothing to report to: the markers age out.
+    }
+}
+
 Document& Json::AccessQueue::enter() {
     try {
         assert_access();

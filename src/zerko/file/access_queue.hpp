@@ -40,6 +40,10 @@ public:
                          double life_duration_threshold = 35.0);
     AccessQueue(const AccessQueue&) = delete;
     AccessQueue& operator=(const AccessQueue&) = delete;
+    /// A guard that is destroyed while holding gives its place up, without
+    /// writing, so that a forgotten leave() does not stall the others until
+    /// its markers age out.
+    ~AccessQueue();
 
     /// Takes a place in the queue, waits for the turn and reads the target
     /// (an empty object when it does not exist). On any failure the place is

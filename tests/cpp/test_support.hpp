@@ -1,8 +1,11 @@
 #pragma once
-// Collects what the library logs while it lives; restores standard error after.
+// Scratch directories and log capture for the tests of the stores.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <memory>
-#include <optional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,6 +14,35 @@
 
 namespace zerko::test_support {
 
+/// A fresh directory under the temporary directory, removed with its content at the end.
+class ScratchDirectory {
+public:
+    ScratchDirectory() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "zerko-test-XXXXXX").string();
+        if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+        path_ = pattern;
+    }
+    ~ScratchDirectory() {
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+
+    const std::string& path() const noexcept { return path_; }
+    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+    static void put(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+    static std::string get(const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+
+private:
+    std::string path_;
+};
+
+/// Collects what the library logs while it lives; standard error again after.
 class LogCapture {
 public:
     LogCapture() : sink_(std::make_shared<Sink>()) {
@@ -24,13 +56,13 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    /// Every message delivered so far at `level` (all levels when omitted).
-    std::vector<std::string> messages(std::optional<foundation::LogLevel> level = std::nullopt) {
+    /// Messages delivered so far at `level`.
+    std::vector<std::string> messages(foundation::LogLevel level) {
         foundation::Logger::flush();
         std::lock_guard lock(sink_->mutex);
         std::vector<std::string> out;
         for (const auto& [l, m] : sink_->messages) {
-            if (!level || *level == l) out.push_back(m);
+            if (l == level) out.push_back(m);
         }
         return out;
     }
@@ -40,11 +72,6 @@ public:
             if (m.rfind(prefix, 0) == 0) return true;
         }
         return false;
-    }
-    void clear() {
-        foundation::Logger::flush();
-        std::lock_guard lock(sink_->mutex);
-        sink_->messages.clear();
     }
 
 private:
