@@ -90,6 +90,7 @@ void bind_statistics(nb::module_& m) {
            [](Statistics* self, nb::handle environment) {
                auto env = environment_from_python(environment);
                if (!env) throw TypeError("_Statistics needs an Environment");
+               nb::gil_scoped_release release;  // the file may be busy
                new (self) Statistics(*env);
            },
            nb::arg("environment").none())
