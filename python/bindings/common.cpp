@@ -92,6 +92,11 @@ nb::object make_namespace(nb::handle parent, const char* name, const char* doc) 
     return kNamespaceMakers[g_namespaces_made++](parent, name, doc);
 }
 
+nb::object namespace_of(nb::handle parent, const char* name, const char* doc) {
+    if (nb::hasattr(parent, name)) return nb::getattr(parent, name);
+    return make_namespace(parent, name, doc);
+}
+
 std::string expect_string(nb::handle v, const char* what) {
     if (!PyUnicode_Check(v.ptr())) {
         throw TypeError(std::string(what) + " returned " + Py_TYPE(v.ptr())->tp_name + ", not a string");

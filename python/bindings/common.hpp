@@ -30,6 +30,10 @@ void bind_hierarchy(nb::module_& m);
 void bind_file(nb::module_& m);
 void bind_statistics(nb::module_& m);
 void bind_settings(nb::module_& m);
+void bind_parameters(nb::module_& m);
+void bind_export(nb::module_& m);
+void bind_check(nb::module_& m);
+void bind_project(nb::module_& m);
 
 /// A Python object kept by a C++ object that may die on any thread: the
 /// reference is dropped under the GIL, or left alone once the interpreter
@@ -61,6 +65,8 @@ nb::object from_json(const nlohmann::ordered_json& value);
 
 /// A class that only groups names, like a namespace (`Scene`, `Error`).
 nb::object make_namespace(nb::handle parent, const char* name, const char* doc = "");
+/// The namespace `name` of `parent` when a binding made it already, else a new one.
+nb::object namespace_of(nb::handle parent, const char* name, const char* doc = "");
 
 /// The module's `_Str` type (a str subclass).
 nb::handle str_type();

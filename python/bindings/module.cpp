@@ -12,6 +12,10 @@ NB_MODULE(_core, m) {
     zerko::py::bind_hierarchy(m);
     zerko::py::bind_file(m);
     zerko::py::bind_statistics(m);
+    zerko::py::bind_parameters(m);
+    zerko::py::bind_export(m);
     zerko::py::bind_settings(m);
+    zerko::py::bind_check(m);
+    zerko::py::bind_project(m);
     zerko::py::bind_api(m);
 }
