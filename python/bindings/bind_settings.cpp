@@ -12,6 +12,7 @@
 namespace zerko::py {
 
 std::shared_ptr<api::Environment> environment_from_python(nb::handle value);
+void bind_settings_check(nb::handle settings_class);
 
 namespace {
 
@@ -138,6 +139,7 @@ void bind_settings(nb::module_& m) {
         }
     }
     cls.attr("version") = Settings::version;
+    bind_settings_check(cls);
     bind_sections(cls);
     bind_urls(cls);
 
@@ -150,7 +152,7 @@ void bind_settings(nb::module_& m) {
                new (self) Settings(*env);
            },
            nb::arg("environment").none())
-        .def_prop_ro("check", [](const Settings& s) { return s.check(); })
+        .def_prop_ro("check", [](const Settings& s) { return s.check_state(); })
         .def_prop_ro("export", &Settings::export_, nb::rv_policy::reference_internal)
         .def_prop_ro("workspace", &Settings::workspace, nb::rv_policy::reference_internal)
         .def_prop_ro("server", &Settings::server, nb::rv_policy::reference_internal)

@@ -7,7 +7,7 @@ from zerko import _Settings
 
 DEFAULTS = {
     "version": 4,
-    "check": {},
+    "check": {"directories": [], "mode": 0, "list": {}, "presets": []},
     "export": {"mode": 0, "directory": "~"},
     "workspace": {"project": "", "check_updates": False},
     "server": {"enabled": False, "host": "localhost", "port": 8080, "erase_sent": False},

@@ -30,7 +30,7 @@ Settings::Settings(const api::Environment& environment)
 Settings::Settings(std::string path, std::string target, std::string scope)
     : path_(std::move(path)), target_(std::move(target)), scope_(std::move(scope)) {
     const Document data = read();
-    check_ = read_section(data, "check");
+    check_ = std::make_shared<Check::State>(read_section(data, "check"));
     export_section_ = Export(read_section(data, "export"));
     workspace_ = Workspace(read_section(data, "workspace"));
     server_ = Server(read_section(data, "server"));
@@ -64,7 +64,7 @@ Document Settings::read() const {
 Document Settings::data() const {
     Document out = Document::object();
     out["version"] = version;
-    out["check"] = check_;
+    out["check"] = check_->data();
     out["export"] = export_section_.data();
     out["workspace"] = workspace_.data();
     out["server"] = server_.data();

@@ -3,6 +3,7 @@
 // that every running copy shares through the access queue. Format version 4;
 // a file of any other version is ignored, not migrated, and replaced at the
 // next write. Also the two static rules for user-typed names.
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "zerko/constants/constants.hpp"
+#include "zerko/settings/check.hpp"
 #include "zerko/settings/sections.hpp"
 #include "zerko/settings/server.hpp"
 #include "zerko/settings/urls.hpp"
@@ -35,8 +37,9 @@ public:
     Settings(const Settings&) = delete;
     Settings& operator=(const Settings&) = delete;
 
-    /// The "check" section as it will be written.
-    const Document& check() const noexcept { return check_; }
+    /// The "check" section.
+    Check::State& check() noexcept { return *check_; }
+    const std::shared_ptr<Check::State>& check_state() const noexcept { return check_; }
     Export& export_() noexcept { return export_section_; }
     Workspace& workspace() noexcept { return workspace_; }
     Server& server() noexcept { return server_; }
@@ -65,7 +68,7 @@ private:
     std::string path_;
     std::string target_;
     std::string scope_;
-    Document check_;
+    std::shared_ptr<Check::State> check_;
     Export export_section_;
     Workspace workspace_;
     Server server_;
