@@ -1,0 +1,179 @@
+#pragma once
+// The inputs that checks and exporters declare: a name, what a form shows
+// about it, its limits and one current value. Inputs hold values only; they
+// neither clamp nor validate a value, the host's form respects the limits.
+//
+// Every input has a JSON form (`data`), takes a stored form back (`load`) and
+// copies itself (`clone`). The load fallbacks of IntRange, FloatRange and
+// RegEx are fixed (50, 0.5, ".+") and do not follow the declared value: a
+// declared value reaches a task through its block's default state instead.
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "zerko/file/json.hpp"
+
+namespace zerko::parameters {
+
+using Document = file::Document;
+
+/// Anything that may stand in a declaration: an input or a group. Hosts may
+/// add node kinds of their own (the Python face wraps foreign objects).
+class Node {
+public:
+    virtual ~Node() = default;
+    /// An independent copy with the current values.
+    virtual std::shared_ptr<Node> clone_node() const = 0;
+};
+
+/// The abstract base of every named input.
+class Input : public Node {
+public:
+    /// Checks `attr_name` with the attribute-name assertion (ValueError,
+    /// WrongAttributeName or PrivateAttributeName).
+    explicit Input(std::string attr_name, std::string label = {}, std::string help_text = {});
+
+    const std::string& attr() const noexcept { return attr_; }
+    const std::string& label() const noexcept { return label_; }
+    const std::string& help_text() const noexcept { return help_text_; }
+
+    /// The JSON form of the current value. NotImplementedError here.
+    virtual Document data() const;
+    /// Takes a stored form back. NotImplementedError here.
+    virtual void load(const Document& data);
+    /// A new input of the same type from the current attributes and value.
+    /// NotImplementedError here.
+    virtual std::shared_ptr<Input> clone() const;
+    std::shared_ptr<Node> clone_node() const override { return clone(); }
+
+    /// attr="..." label="..." help="..."
+    std::string str() const;
+
+private:
+    std::string attr_;
+    std::string label_;
+    std::string help_text_;
+};
+
+using InputPtr = std::shared_ptr<Input>;
+using NodePtr = std::shared_ptr<Node>;
+
+/// Inputs by attribute name in the order of first entry; entering a known
+/// name replaces the input in its place.
+class NamedInputs {
+public:
+    using Entry = std::pair<std::string, InputPtr>;
+    void set(const std::string& name, InputPtr input);
+    InputPtr find(std::string_view name) const;
+    bool contains(std::string_view name) const { return find(name) != nullptr; }
+    void clear() { entries_.clear(); }
+    bool empty() const noexcept { return entries_.empty(); }
+    std::size_t size() const noexcept { return entries_.size(); }
+    std::vector<Entry>::const_iterator begin() const { return entries_.begin(); }
+    std::vector<Entry>::const_iterator end() const { return entries_.end(); }
+
+private:
+    std::vector<Entry> entries_;
+};
+
+class IntRange : public Input {
+public:
+    IntRange(std::string attr_name, std::int64_t minimum = 0, std::int64_t maximum = 100, std::int64_t step = 1,
+             std::int64_t value = 50, std::string prefix = {}, std::string units = {}, std::string label = {},
+             std::string help_text = {});
+
+    std::int64_t minimum;
+    std::int64_t maximum;
+    std::int64_t step;
+    std::int64_t value;
+    const std::string& prefix() const noexcept { return prefix_; }
+    const std::string& units() const noexcept { return units_; }
+
+    /// {"value": value}
+    Document data() const override;
+    /// "value" must be an integer; without it the value becomes 50.
+    void load(const Document& data) override;
+    std::shared_ptr<Input> clone() const override;
+
+private:
+    friend class IntSliceList;  // makes every slice of a list look alike
+    std::string prefix_;
+    std::string units_;
+};
+
+class FloatRange : public Input {
+public:
+    FloatRange(std::string attr_name, double minimum = 0.0, double maximum = 1.0, double step = 0.05,
+               std::int64_t precision = 2, double value = 0.5, std::string prefix = {}, std::string units = {},
+               std::string label = {}, std::string help_text = {});
+
+    double minimum;
+    double maximum;
+    double step;
+    std::int64_t precision;
+    double value;
+    const std::string& prefix() const noexcept { return prefix_; }
+    const std::string& units() const noexcept { return units_; }
+
+    /// {"value": value}
+    Document data() const override;
+    /// "value" must be a number; without it the value becomes 0.5.
+    void load(const Document& data) override;
+    std::shared_ptr<Input> clone() const override;
+
+private:
+    std::string prefix_;
+    std::string units_;
+};
+
+/// A regular expression that the user writes; the check applies it.
+class RegEx : public Input {
+public:
+    explicit RegEx(std::string attr_name, std::string text = ".+", std::string label = {},
+                   std::string help_text = {});
+
+    std::string text;
+
+    /// {"text": text}
+    Document data() const override;
+    /// "text" must be a string; without it the text becomes ".+".
+    void load(const Document& data) override;
+    std::shared_ptr<Input> clone() const override;
+
+    /// Equal to another expression of the same text, or to that text itself.
+    bool operator==(const RegEx& other) const { return text == other.text; }
+    bool operator==(std::string_view other) const { return text == other; }
+};
+
+class Switch : public Input {
+public:
+    explicit Switch(std::string attr_name, bool enabled = false, std::string label = {}, std::string help_text = {});
+
+    bool enabled;
+
+    /// {"enabled": enabled}
+    Document data() const override;
+    /// "enabled" must be a boolean; without it the switch turns off.
+    void load(const Document& data) override;
+    std::shared_ptr<Input> clone() const override;
+};
+
+namespace detail {
+
+// Reading stored forms: a value of the wrong kind raises TypeError, which a
+// parameter task keeps as a load error instead of letting it crash a run.
+const Document& expect_object(const Document& data, std::string_view what);
+const Document& expect_array(const Document& data, std::string_view what);
+/// The value under `key` of an object, or null when absent.
+const Document* find_key(const Document& object, const char* key);
+std::int64_t read_int(const Document& object, const char* key, std::int64_t fallback);
+double read_float(const Document& object, const char* key, double fallback);
+bool read_bool(const Document& object, const char* key, bool fallback);
+std::string read_text(const Document& object, const char* key, std::string_view fallback);
+
+}  // namespace detail
+
+}  // namespace zerko::parameters
