@@ -5,6 +5,7 @@
 // Of the inputs, only switches, integer ranges, float ranges and combo boxes
 // take part in the state. A float range shows in `data` but neither `load`
 // nor `reset` puts it back; the stored forms depend on that.
+#include <any>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,15 +17,14 @@ namespace zerko::parameters {
 /// A labelled node of inputs and groups, for whoever draws the form.
 class Group : public Node {
 public:
-    /// `visibility_switch` is kept as it is and shared by clones; the system
-    /// never looks into it.
-    explicit Group(std::string label = {}, std::vector<NodePtr> contents = {},
-                   std::shared_ptr<void> visibility_switch = nullptr)
+    /// `visibility_switch` is kept as it is and copied to clones (hold an
+    /// object by pointer to share it); the system never looks into it.
+    explicit Group(std::string label = {}, std::vector<NodePtr> contents = {}, std::any visibility_switch = {})
         : label(std::move(label)), contents_(std::move(contents)), visibility_switch_(std::move(visibility_switch)) {}
 
     std::string label;
     const std::vector<NodePtr>& contents() const noexcept { return contents_; }
-    const std::shared_ptr<void>& visibility_switch() const noexcept { return visibility_switch_; }
+    const std::any& visibility_switch() const noexcept { return visibility_switch_; }
 
     /// Clones every child; the label and the same visibility switch object.
     std::shared_ptr<Group> clone() const;
@@ -32,7 +32,7 @@ public:
 
 private:
     std::vector<NodePtr> contents_;
-    std::shared_ptr<void> visibility_switch_;
+    std::any visibility_switch_;
 };
 
 class Options {
