@@ -217,8 +217,8 @@ void Record::History::load(const Document& file_data) {
         const auto self = shared_from_this();
         for (const auto& [key, value] : records.items()) {
             if (!is_timestamp(key)) continue;
-            auto record = std::make_shared<Record>(self, value, to_integer(key));
-            store(record->timestamp, std::move(record));
+            const std::int64_t timestamp = to_integer(key);
+            store(timestamp, std::make_shared<Record>(self, value, timestamp));
         }
     }
     // The stored pointer when it names a record, else the first record of
