@@ -1,4 +1,5 @@
 // Environment, _LocalEnv, _Software and the Api facade.
+#include "check_adapters.hpp"
 #include "common.hpp"
 #include "scene_trampolines.hpp"
 #include "zerko/api/api.hpp"
@@ -163,8 +164,14 @@ void bind_api(nb::module_& m) {
             [](api::Api* self, std::shared_ptr<scene::Operator> op, nb::handle environment, nb::handle export_options,
                nb::handle checks) {
                 (void)export_options;
-                (void)checks;
-                new (self) api::Api(std::move(op), environment_from_python(environment));
+                api::Api::Checks sources{python_module_source(), std::nullopt};
+                if (!checks.is_none()) {
+                    // The host's embedded checks: a loaded module with a file.
+                    nb::object file = nb::getattr(checks, "__file__", nb::none());
+                    if (!PyUnicode_Check(file.ptr())) throw TypeError("checks must be a loaded module with a file");
+                    sources.module_file = nb::cast<std::string>(file);
+                }
+                new (self) api::Api(std::move(op), environment_from_python(environment), std::move(sources));
             },
             nb::arg("operator"), nb::arg("environment").none(), nb::arg("export_options").none() = nb::none(),
             nb::arg("checks").none() = nb::none())
@@ -180,6 +187,7 @@ void bind_api(nb::module_& m) {
         .def_prop_ro("statistics", &api::Api::statistics, nb::rv_policy::reference_internal)
         .def_prop_ro("_virtual", &api::Api::virtual_scene)
         .def_prop_ro("_hierarchy", &api::Api::hierarchy)
+        .def_prop_ro("_classes", &api::Api::classes)
         .def("shutdown", &api::Api::shutdown);
 }
 

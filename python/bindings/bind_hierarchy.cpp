@@ -3,7 +3,10 @@
 #include <nanobind/stl/set.h>
 
 #include "common.hpp"
+#include "zerko/check/classes.hpp"
+#include "zerko/check/list.hpp"
 #include "zerko/hierarchy/hierarchy.hpp"
+#include "zerko/settings/check.hpp"
 #include "zerko/scene/virtual.hpp"
 
 namespace zerko::py {
@@ -153,9 +156,10 @@ void bind_pattern(nb::object hierarchy_cls) {
             "__init__",
             [](Rule* self, nb::handle config, nb::handle checklist) {
                 new (self) Rule(*rule_from(config));
-                (void)checklist;  // checklists join with the check classes
+                if (!nb::try_cast(checklist, self->checklist)) self->checklist = nullptr;
             },
             nb::arg("config"), nb::arg("checklist").none() = nb::none())
+        .def_prop_ro("checklist", [](const Rule& r) { return r.checklist; })
         .def_prop_ro("stamp", [](const Rule& r) { return text(r.stamp); })
         .def_prop_ro("name", [](const Rule& r) { return text(r.name); })
         .def_prop_ro("icon", [](const Rule& r) { return text(r.icon); })
@@ -196,12 +200,24 @@ void bind_pattern(nb::object hierarchy_cls) {
         }, nb::arg("pattern"))
         .def_static("has_dependency", &hierarchy::Sorter::has_dependency, nb::arg("definition"), nb::arg("usage"));
 
-    pattern.def(nb::init<>())
+    pattern.def(nb::init<std::shared_ptr<check::Classes>>(), nb::arg("check_classes").none() = nb::none())
         .def("set", [](Pattern& p, nb::handle record) {
             std::vector<std::shared_ptr<Rule>> rules;
-            for (nb::handle r : record.attr("rules")) rules.push_back(rule_from(r));
+            for (nb::handle r : record.attr("rules")) {
+                auto rule = rule_from(r);
+                // Each rule gets a checklist of every check class, loaded
+                // with the rule's own configuration.
+                std::shared_ptr<settings::Check::Config> config;
+                nb::object stored = nb::getattr(r, "check_config", nb::none());
+                if (!nb::try_cast(stored, config)) config = nullptr;
+                rule->checklist = p.make_checklist(std::move(config));
+                rules.push_back(std::move(rule));
+            }
             p.set(rules, tree_from(record.attr("pattern")));
         }, nb::arg("project_settings_record"), "Builds the pattern from a project record's rules and rule tree.")
+        .def_rw("check_classes", &Pattern::check_classes)
+        .def("get_checklist", &Pattern::get_checklist, nb::arg("stamp"))
+        .def("is_verifiable", &Pattern::is_verifiable, nb::arg("stamp"))
         .def("get", [](Pattern& p) { return scopes_to(p.get()); })
         .def("get_ghost", &Pattern::get_ghost)
         .def("has_ghost", &Pattern::has_ghost)
@@ -288,10 +304,8 @@ void bind_hierarchy(nb::module_& m) {
     bind_search(cls);
     using Guard = nb::call_guard<nb::gil_scoped_release>;
     cls.def(nb::init<std::shared_ptr<const Virtual>>(), nb::arg("query_operator"))
-        .def("__init__", [](Hierarchy* self, std::shared_ptr<const Virtual> query, nb::handle check_classes) {
-            (void)check_classes;  // the class collection joins with the check classes
-            new (self) Hierarchy(std::move(query));
-        }, nb::arg("query_operator"), nb::arg("check_classes").none())
+        .def(nb::init<std::shared_ptr<const Virtual>, std::shared_ptr<check::Classes>>(), nb::arg("query_operator"),
+             nb::arg("check_classes").none())
         .def_prop_ro("pattern", [](Hierarchy& h) -> Pattern& { return h.pattern(); }, nb::rv_policy::reference_internal)
         .def_prop_ro("search", [](Hierarchy& h) -> Search& { return h.search(); }, nb::rv_policy::reference_internal)
         .def("root_scopes", &Hierarchy::root_scopes, nb::arg("roots"), Guard())

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 namespace {
 const char* const defaults =
-    R"({"version":4,"check":{},"export":{"mode":0,"directory":"~"},"workspace":{"project":"","check_updates":false},)"
+    R"({"version":4,"check":{"directories":[],"mode":0,"list":{},"presets":[]},"export":{"mode":0,"directory":"~"},"workspace":{"project":"","check_updates":false},)"
     R"("server":{"enabled":false,"host":"localhost","port":8080,"erase_sent":false}})";
 }  // namespace
 
@@ -47,7 +47,7 @@ TEST(SettingsStore, RoundTripDropsUnknownKeysAndDefaultsDamagedOnes) {
     EXPECT_EQ(again.export_().mode, constants::export_::Local);
     EXPECT_EQ(again.server().host(), "localhost");
     EXPECT_EQ(again.server().port(), 9000);
-    EXPECT_EQ(again.data()["check"], Document::object());
+    EXPECT_EQ(again.data()["check"], Document::parse(R"({"directories":[],"mode":0,"list":{},"presets":[]})"));
     again.write();
     EXPECT_FALSE(file::Json::read(path).contains("extra"));
 }

@@ -4,8 +4,11 @@
 // beyond that order and the shutdown.
 #include <array>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "zerko/api/environment.hpp"
+#include "zerko/check/classes.hpp"
 #include "zerko/constants/mask.hpp"
 #include "zerko/foundation/callbacks.hpp"
 #include "zerko/hierarchy/hierarchy.hpp"
@@ -21,9 +24,17 @@ inline constexpr std::array<int, 3> version{0, 8, 20};
 
 class Api {
 public:
+    /// Where check classes come from: the source that loads the modules of
+    /// a directory, and the file of the host's embedded check module, whose
+    /// folder becomes the locked "Default" directory.
+    struct Checks {
+        std::shared_ptr<check::ModuleSource> source;
+        std::optional<std::string> module_file;
+    };
+
     /// Builds the services in order. A missing or faulty `environment`
     /// silently becomes a LocalEnv.
-    Api(std::shared_ptr<scene::Operator> op, std::shared_ptr<Environment> environment);
+    Api(std::shared_ptr<scene::Operator> op, std::shared_ptr<Environment> environment, Checks checks = {});
     Api(const Api&) = delete;
     Api& operator=(const Api&) = delete;
 
@@ -40,6 +51,10 @@ public:
     settings::Settings& settings() noexcept { return *settings_; }
     /// The statistics store, read from the environment's statistics file.
     statistics::Statistics& statistics() noexcept { return *statistics_; }
+    const std::shared_ptr<settings::Settings>& settings_store() const noexcept { return settings_; }
+    const std::shared_ptr<statistics::Statistics>& statistics_store() const noexcept { return statistics_; }
+    /// The check classes found in the directories of the settings.
+    const std::shared_ptr<check::Classes>& classes() const noexcept { return classes_; }
     /// The scene snapshot and the matching engine, built for the components.
     const std::shared_ptr<scene::Virtual>& virtual_scene() const noexcept { return virtual_; }
     const std::shared_ptr<hierarchy::Hierarchy>& hierarchy() const noexcept { return hierarchy_; }
@@ -48,8 +63,9 @@ private:
     std::shared_ptr<scene::Operator> op_;
     foundation::CallBacks callbacks_;
     std::shared_ptr<Environment> env_;
-    std::unique_ptr<settings::Settings> settings_;
-    std::unique_ptr<statistics::Statistics> statistics_;
+    std::shared_ptr<settings::Settings> settings_;
+    std::shared_ptr<statistics::Statistics> statistics_;
+    std::shared_ptr<check::Classes> classes_;
     std::shared_ptr<scene::Virtual> virtual_;
     std::shared_ptr<hierarchy::Hierarchy> hierarchy_;
 };

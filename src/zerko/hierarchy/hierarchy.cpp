@@ -10,7 +10,8 @@
 namespace zerko::hierarchy {
 
 Hierarchy::Hierarchy(std::shared_ptr<const scene::Virtual> query_operator, std::shared_ptr<check::Classes> check_classes)
-    : query_(query_operator), check_classes_(std::move(check_classes)), search_(std::move(query_operator)) {}
+    : query_(query_operator), check_classes_(check_classes), pattern_(std::move(check_classes)),
+      search_(std::move(query_operator)) {}
 
 bool Hierarchy::is_optional(const Scopes& pattern) {
     return std::all_of(pattern.begin(), pattern.end(), [](const auto& s) { return !s->rule || s->rule->is_optional(); });

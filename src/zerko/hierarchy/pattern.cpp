@@ -1,5 +1,7 @@
 #include "zerko/hierarchy/pattern.hpp"
 
+#include "zerko/check/classes.hpp"
+#include "zerko/check/list.hpp"
 #include "zerko/constants/constants.hpp"
 #include "zerko/hierarchy/anchor.hpp"
 
@@ -77,6 +79,16 @@ std::shared_ptr<Scope> Pattern::get_ghost() const {
 std::shared_ptr<Rule> Pattern::get_rule(std::string_view stamp) const {
     const auto it = rules_.find(std::string(stamp));
     return it == rules_.end() ? nullptr : it->second;
+}
+
+std::shared_ptr<check::List> Pattern::make_checklist(std::shared_ptr<settings::Check::Config> config) const {
+    static const std::vector<std::shared_ptr<check::Class>> none;
+    return std::make_shared<check::List>(check_classes ? check_classes->array() : none, nullptr, std::move(config));
+}
+
+bool Pattern::is_verifiable(std::string_view stamp) const {
+    const auto checklist = get_checklist(stamp);
+    return checklist && !checklist->is_empty();
 }
 
 std::shared_ptr<check::List> Pattern::get_checklist(std::string_view stamp) const {

@@ -10,9 +10,13 @@
 #include <unordered_map>
 #include <vector>
 
+#include "zerko/settings/check.hpp"
+
 namespace zerko::check {
+class Classes;
 class List;
-}
+}  // namespace zerko::check
+
 
 namespace zerko::hierarchy {
 
@@ -76,6 +80,15 @@ struct TreeNode {
 
 class Pattern {
 public:
+    explicit Pattern(std::shared_ptr<check::Classes> check_classes = nullptr)
+        : check_classes(std::move(check_classes)) {}
+
+    /// The class collection handed to every checklist the pattern makes.
+    std::shared_ptr<check::Classes> check_classes;
+
+    /// A new checklist of every check class, bound to `config` (a rule's
+    /// check configuration); without a config the checklist stays unbound.
+    std::shared_ptr<check::List> make_checklist(std::shared_ptr<settings::Check::Config> config) const;
     /// Replaces the rules by `rules`, keyed by stamp (a later rule replaces an earlier one of the same stamp).
     void set_rules(const std::vector<std::shared_ptr<Rule>>& rules);
     /// Rebuilds the tree from `tree`'s children; the top list keeps its identity.
@@ -92,6 +105,8 @@ public:
     /// The checklist of the rule with that stamp; null for an unknown stamp.
     std::shared_ptr<check::List> get_checklist(std::string_view stamp) const;
     std::shared_ptr<Rule> get_rule(std::string_view stamp) const;
+    /// A known stamp whose checklist has an enabled check.
+    bool is_verifiable(std::string_view stamp) const;
 
     const Scopes& hierarchy() const noexcept { return hierarchy_; }
     Scopes& hierarchy() noexcept { return hierarchy_; }
