@@ -18,7 +18,8 @@
 // Block: load(data), tasks(), length(), data(), defaults(), state(), empty(),
 // complex()/set_complex(), as_info()/set_as_info(), append_task(),
 // remove_task(task), update_numerator(), reset().
-// Task (also Block::Task): as_info, number, inputs(), table(), attribute(name), get<T>(name),
+// Task (also Block::Task; the Python face gives Block and Task shared_ptr
+// holders, so nb::cast<std::shared_ptr<Block>> recovers a block): as_info, number, inputs(), table(), attribute(name), get<T>(name),
 // data(), state(), load(state), clone(), assert_no_errors(), build_errors(),
 // load_errors().
 //
@@ -35,6 +36,7 @@
 
 namespace zerko::parameters {
 
+/// One complete set of values of a block; also named Block::Task.
 class Task {
 public:
     /// Clones every node of `inputs` and builds the name table; a node
