@@ -327,22 +327,23 @@ void bind_records(nb::handle settings_cls) {
 
 // The format version is a class attribute (the current one) that each
 // project's own `version` shadows: a descriptor answers both.
+struct FormatVersion {};
+
 void bind_version(nb::handle settings_cls) {
-    nb::dict members;
-    members["__get__"] = nb::cpp_function(
-        [](nb::handle, nb::handle instance, nb::handle) -> nb::object {
-            if (instance.is_none()) return nb::int_(Settings::current_version);
-            return nb::int_(nb::cast<const Settings&>(instance).version);
-        },
-        nb::is_method(), nb::arg("instance").none(), nb::arg("owner").none() = nb::none());
-    members["__set__"] = nb::cpp_function(
-        [](nb::handle, Settings& instance, nb::handle value) {
-            if (is_int(value)) instance.version = nb::cast<int>(value);
-        },
-        nb::is_method(), nb::arg("instance"), nb::arg("value").none());
-    members["__doc__"] = "The format version: the current one on the class, the document's on a project.";
-    nb::object type = nb::borrow(reinterpret_cast<PyObject*>(&PyType_Type))("_FormatVersion", nb::make_tuple(), members);
-    nb::setattr(settings_cls, "version", type());
+    nb::class_<FormatVersion>(settings_cls, "_FormatVersion",
+                              "The format version: the current one on the class, the document's on a project.")
+        .def("__get__",
+             [](const FormatVersion&, nb::handle instance, nb::handle) -> int {
+                 if (instance.is_none()) return Settings::current_version;
+                 return nb::cast<const Settings&>(instance).version;
+             },
+             nb::arg("instance").none(), nb::arg("owner").none() = nb::none())
+        .def("__set__",
+             [](const FormatVersion&, Settings& instance, nb::handle value) {
+                 if (is_int(value)) instance.version = nb::cast<int>(value);
+             },
+             nb::arg("instance"), nb::arg("value").none());
+    nb::setattr(settings_cls, "version", nb::cast(FormatVersion{}));
 }
 
 void bind_settings_class(nb::class_<Settings>& cls) {
