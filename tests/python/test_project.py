@@ -44,7 +44,7 @@ class ExporterOptions:
     data = {"scale": 0.5, "format": "fbx"}
 
 
-def test_objects_handed_in_come_back_as_themselves(collection, api):
+def test_objects_handed_in_come_back_as_themselves(collection):
     project = collection.get_empty()
     assert project.filename == "" and project.version == 3 == Settings.version and project.compatible
     promise = project.get_record_promise()
