@@ -32,10 +32,9 @@ void Collection::load() {
     table_.clear();
     std::error_code ec;
     fs::directory_iterator listing(directory_, ec);
-    if (ec) {
-        Logger::warning(foundation::format("Projects Directory Not Found: {}", {directory_}));
-        return;
-    }
+    // A directory that cannot be listed is the host's misconfiguration:
+    // it reaches the caller as the listing's own error.
+    if (ec) throw FileNotFoundError(ec.value(), directory_);
     for (const auto& entry : listing) {
         const std::string name = entry.path().filename().string();
         // Marker files of the access queue and the ".corrupted" directory
