@@ -363,3 +363,46 @@ def test_api_embeds_the_hosts_checks_and_rules_get_checklists(folders, scene, en
         api.shutdown()
         sys.modules.pop("host_checks", None)
         sys.modules.pop("host_checks.mesh_checks", None)
+
+
+def test_a_project_record_compiles_into_a_pattern_with_checklists(folders, scene, tmp_path):
+    """The document a team shares, read back as a project, drives the search."""
+    first, second = folders
+    classes = Check._Classes(directories(first, second))
+    document = {
+        "name": "Rocks", "description": "", "selected_record": 10, "deleted": False, "version": 3,
+        "filename": "rocks.json", "target": "standalone",
+        "records": {"10": {
+            "export": {}, "author": "anna", "comment": "",
+            "rules": [
+                {"stamp": "g", "name": "ghost", "regex": "^assets$", "types": ["transform"], "range": [1, 1],
+                 "checklist": {}},
+                {"stamp": "grp", "name": "group", "regex": "^<asset:[a-z]+[0-9]+>_grp$", "types": ["transform"],
+                 "range": [1, 1], "checklist": {"naming.length": {"enabled": True, "parameters": [
+                     {"as_info": False, "state": {"limit": {"value": 12}}}]}}},
+                {"stamp": "geo", "name": "geometry", "regex": "^<asset>_geo$", "types": ["transform"],
+                 "range": [1, 1], "checklist": {}},
+                {"stamp": "part", "name": "part", "regex": "^<asset>_part<n:[0-9]+>$", "types": ["mesh"],
+                 "range": [1, 40], "checklist": {}},
+            ],
+            "pattern": [{"stamp": "g", "children": [{"stamp": "grp", "children": [
+                {"stamp": "geo", "children": [{"stamp": "part", "children": []}]}]}]}],
+        }},
+    }
+    project = zerko._Project.Settings(None, str(tmp_path), "rocks.json", document)
+    record = project.history.get_record()
+    virtual = zerko.Scene._Virtual(scene)
+    virtual.upload(["|assets"])
+    hierarchy = zerko._Hierarchy(virtual, classes)
+    hierarchy.pattern.set(record)
+    assert hierarchy.pattern.is_verifiable("grp") and not hierarchy.pattern.is_verifiable("geo")
+    controls = hierarchy.pattern.get_checklist("grp").iterator(enabled=True)
+    assert [(c.check.class_id, [t.limit.value for t in c.parameters]) for c in controls] == [("naming.length", [12])]
+    # The record's own configuration now holds one record per class.
+    assert len(record.rules.get("grp").check_config) == len(classes)
+    roots = virtual.get_children("|assets")
+    # One asset per pass (the group rule admits one object a layer). The
+    # first asset has children no rule describes; the second is complete.
+    assert hierarchy.mask(roots) == ["|assets|rock0001_grp"]
+    assert not hierarchy.is_valid(["|assets|rock0001_grp"])
+    assert hierarchy.is_valid(["|assets|rock0002_grp"])
