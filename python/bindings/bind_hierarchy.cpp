@@ -6,6 +6,7 @@
 #include "zerko/check/classes.hpp"
 #include "zerko/check/list.hpp"
 #include "zerko/hierarchy/hierarchy.hpp"
+#include "zerko/project/record.hpp"
 #include "zerko/settings/check.hpp"
 #include "zerko/scene/virtual.hpp"
 
@@ -202,6 +203,12 @@ void bind_pattern(nb::object hierarchy_cls) {
 
     pattern.def(nb::init<std::shared_ptr<check::Classes>>(), nb::arg("check_classes").none() = nb::none())
         .def("set", [](Pattern& p, nb::handle record) {
+            const project::Record* project_record = nullptr;
+            if (nb::try_cast(record, project_record) && project_record) {
+                p.set(*project_record);
+                return;
+            }
+            // Anything else shaped like a record is read by attribute name.
             std::vector<std::shared_ptr<Rule>> rules;
             for (nb::handle r : record.attr("rules")) {
                 auto rule = rule_from(r);

@@ -11,6 +11,8 @@
 #include "zerko/check/list.hpp"
 #include "zerko/check/queue.hpp"
 #include "zerko/foundation/errors.hpp"
+#include "zerko/hierarchy/pattern.hpp"
+#include "zerko/project/record.hpp"
 #include "zerko/parameters/block.hpp"
 #include "zerko/statistics/statistics.hpp"
 
@@ -210,6 +212,38 @@ TEST(CheckQueue, StatusesFixesMessagesAndStatistics) {
     queue.clear();
     EXPECT_TRUE(queue.is_empty());
     EXPECT_FALSE(queue.fix_exists());
+}
+
+TEST(CheckPattern, ARecordGivesEveryRuleAChecklistOfItsConfiguration) {
+    Folders folders;
+    auto registry = std::make_shared<check::Registry>();
+    registry->add(folders.first, make_class("names", "object", 0));
+    registry->add(folders.first, make_class("sizes", "object", 1));
+    auto classes = std::make_shared<check::Classes>(folders.list(), registry);
+
+    const project::Record record(nullptr, settings::Document::parse(R"({
+        "rules": [
+            {"stamp": "a", "name": "ghost", "regex": "^assets$", "types": ["transform"], "range": [1, 1], "checklist": {}},
+            {"stamp": "b", "name": "group", "regex": "^<x:[a-z]+>_grp$", "range": [1, 3],
+             "checklist": {"sizes": {"enabled": true, "parameters": [{"as_info": true, "state": {"limit": {"value": 9}}}]},
+                           "gone": {"enabled": true}}}],
+        "pattern": [{"stamp": "a", "children": [{"stamp": "b", "children": []}]}]})"));
+    hierarchy::Pattern pattern(classes);
+    pattern.set(record);
+    ASSERT_TRUE(pattern.has_ghost());
+    ASSERT_EQ(pattern.get().size(), 1u);
+    EXPECT_EQ(pattern.get()[0]->rule->range, (hierarchy::Range{1, 3}));
+    EXPECT_FALSE(pattern.is_verifiable("a"));
+    EXPECT_TRUE(pattern.is_verifiable("b"));
+    EXPECT_FALSE(pattern.is_verifiable("nothing"));
+    const auto enabled = pattern.get_checklist("b")->iterator(true);
+    ASSERT_EQ(enabled.size(), 1u);
+    EXPECT_EQ(enabled[0]->check->class_id(), "sizes");
+    EXPECT_TRUE(enabled[0]->parameters->tasks().at(0)->as_info);
+    // The rule's own configuration was brought in line with the classes.
+    std::vector<std::string> records;
+    for (const auto& r : *record.rules->get("b")->check_config()) records.push_back(r->class_id);
+    EXPECT_EQ(records, (std::vector<std::string>{"sizes", "names"}));
 }
 
 }  // namespace

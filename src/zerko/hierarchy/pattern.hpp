@@ -16,6 +16,9 @@ namespace zerko::check {
 class Classes;
 class List;
 }  // namespace zerko::check
+namespace zerko::project {
+class Record;
+}
 
 
 namespace zerko::hierarchy {
@@ -95,6 +98,9 @@ public:
     void set_hierarchy(const TreeNode& tree);
     /// set_rules, set_hierarchy, then sorts the effective top layer and everything below it.
     void set(const std::vector<std::shared_ptr<Rule>>& rules, const TreeNode& tree);
+    /// The same from a project record: every rule is copied with a new
+    /// checklist loaded from the rule's check configuration.
+    void set(const project::Record& record);
 
     /// The effective top layer: the ghost's children, or the whole top layer without a ghost.
     Scopes& get();
