@@ -66,8 +66,16 @@ public:
                 if (result.is_none()) return out;
                 if (PyUnicode_Check(result.ptr())) throw TypeError("get_children returned a string, not a list of strings");
                 for (nb::handle item : result) {
-                    out.push_back(expect_string(item, "get_children"));
-                    if (walking_) known_.emplace(out.back(), nb::borrow(item));
+                    if (!PyUnicode_Check(item.ptr())) {
+                        throw TypeError(std::string("get_children returned ") + Py_TYPE(item.ptr())->tp_name +
+                                        ", not a string");
+                    }
+                    Py_ssize_t size = 0;
+                    const char* text = PyUnicode_AsUTF8AndSize(item.ptr(), &size);
+                    if (!text) throw nb::python_error();
+                    out.emplace_back(text, static_cast<std::size_t>(size));
+                    // The key views the UTF-8 text that the kept object owns.
+                    if (walking_) known_.emplace(std::string_view(text, static_cast<std::size_t>(size)), nb::borrow(item));
                 }
                 if (walking_) known_.erase(path);  // its four queries are done
                 return out;
@@ -86,7 +94,7 @@ protected:
         return nb::str(path.c_str(), path.size());
     }
     mutable bool walking_ = false;
-    mutable std::unordered_map<std::string, nb::object> known_;
+    mutable std::unordered_map<std::string_view, nb::object> known_;
 };
 
 using PyQueryOp = QueryTrampoline<scene::QueryOp>;

@@ -8,24 +8,32 @@ void Virtual::offload() {
 }
 
 void Virtual::upload(const Paths& roots, bool clear) {
-    if (clear) offload();
+    if (clear) {
+        // A new snapshot of a scene is about as large as the last one: the
+        // index is sized once instead of growing step by step.
+        const std::size_t previous = entries_.size();
+        offload();
+        index_.reserve(previous);
+    }
     const auto queries = operator_->begin_queries();
     // While every path is met once, children are linked to their parent as
     // they come; a path met twice (or an upload that adds to an earlier one)
     // resolves all links by path at the end instead.
     bool fresh = clear;
     struct Pending {
-        std::string path;
+        const std::string* path;  // in `roots` or in a stored location's children
         Location* parent;
     };
     // Depth first, each object before its children, as a recursive walk
     // would do; an explicit stack keeps deep scenes off the call stack.
+    // Entries live in a deque, so the children lists that pending paths
+    // point into stay where they are while the walk adds entries.
     std::vector<Pending> pending;
-    for (auto it = roots.rbegin(); it != roots.rend(); ++it) pending.push_back({*it, nullptr});
+    for (auto it = roots.rbegin(); it != roots.rend(); ++it) pending.push_back({&*it, nullptr});
     while (!pending.empty()) {
-        Pending next = std::move(pending.back());
+        const Pending next = pending.back();
         pending.pop_back();
-        const auto [entry, again] = upload_one(std::move(next.path));
+        const auto [entry, again] = upload_one(*next.path);
         fresh = fresh && !again;
         if (!entry->exists) continue;
         auto& location = entry->location;
@@ -33,7 +41,7 @@ void Virtual::upload(const Paths& roots, bool clear) {
         location.child_locations.clear();
         location.child_locations.reserve(location.children.size());
         for (auto it = location.children.rbegin(); it != location.children.rend(); ++it) {
-            pending.push_back({*it, &location});
+            pending.push_back({&*it, &location});
         }
     }
     if (!fresh) resolve_children();
@@ -51,12 +59,12 @@ void Virtual::resolve_children() {
     }
 }
 
-std::pair<Virtual::Entry*, bool> Virtual::upload_one(std::string path) {
+std::pair<Virtual::Entry*, bool> Virtual::upload_one(const std::string& path) {
     Entry* entry;
     bool again = false;
-    if (auto it = index_.find(path); it != index_.end()) {
-        // The key views this entry's path, so the path stays; the rest is read anew.
-        entry = it->second;
+    if (Entry* found = index_.find(path)) {
+        // The path stays; the rest is read anew.
+        entry = found;
         entry->exists = false;
         entry->parent.clear();
         entry->location.name.clear();
@@ -66,8 +74,8 @@ std::pair<Virtual::Entry*, bool> Virtual::upload_one(std::string path) {
         again = true;
     } else {
         entry = &entries_.emplace_back();
-        entry->location.path = std::move(path);
-        index_.emplace(std::string_view(entry->location.path), entry);
+        entry->location.path = path;
+        index_.insert(entry);
     }
     const std::string& p = entry->location.path;
     entry->exists = operator_->object_exists(p);
@@ -80,14 +88,14 @@ std::pair<Virtual::Entry*, bool> Virtual::upload_one(std::string path) {
 }
 
 const Location* Virtual::find(std::string_view path) const {
-    const auto it = index_.find(path);
-    if (it == index_.end() || !it->second->exists) return nullptr;
-    return &it->second->location;
+    const Entry* entry = index_.find(path);
+    if (!entry || !entry->exists) return nullptr;
+    return &entry->location;
 }
 
 bool Virtual::object_exists(const std::string& path) const {
-    const auto it = index_.find(path);
-    return it != index_.end() && it->second->exists;
+    const Entry* entry = index_.find(path);
+    return entry && entry->exists;
 }
 
 std::string Virtual::get_type(const std::string& path) const {
@@ -96,8 +104,8 @@ std::string Virtual::get_type(const std::string& path) const {
 }
 
 std::string Virtual::get_parent(const std::string& path) const {
-    const auto it = index_.find(path);
-    return it == index_.end() ? std::string() : it->second->parent;
+    const Entry* entry = index_.find(path);
+    return entry ? entry->parent : std::string();
 }
 
 Paths Virtual::get_children(const std::string& path) const {
@@ -112,6 +120,52 @@ std::vector<const Location*> Virtual::get_locations(const Paths& roots) const {
         if (const auto* l = find(r)) out.push_back(l);
     }
     return out;
+}
+
+// ---- Index ------------------------------------------------------------------
+
+Virtual::Entry* Virtual::Index::find(std::string_view path) const {
+    if (slots_.empty()) return nullptr;
+    const std::size_t hash = std::hash<std::string_view>{}(path);
+    const std::size_t mask = slots_.size() - 1;
+    for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+        const Slot& slot = slots_[i];
+        if (!slot.entry) return nullptr;
+        if (slot.hash == hash && slot.entry->location.path == path) return slot.entry;
+    }
+}
+
+void Virtual::Index::insert(Entry* entry) {
+    // At most half full, so probes stay short and an empty slot always exists.
+    if ((size_ + 1) * 2 > slots_.size()) grow();
+    const std::size_t hash = std::hash<std::string_view>{}(entry->location.path);
+    const std::size_t mask = slots_.size() - 1;
+    std::size_t i = hash & mask;
+    while (slots_[i].entry) i = (i + 1) & mask;
+    slots_[i] = {hash, entry};
+    ++size_;
+}
+
+void Virtual::Index::reserve(std::size_t count) {
+    std::size_t capacity = 16;
+    while (capacity < count * 2) capacity *= 2;
+    if (capacity <= slots_.size()) return;
+    std::vector<Slot> old = std::move(slots_);
+    slots_.assign(capacity, Slot{});
+    const std::size_t mask = capacity - 1;
+    for (const Slot& slot : old) {
+        if (!slot.entry) continue;
+        std::size_t i = slot.hash & mask;
+        while (slots_[i].entry) i = (i + 1) & mask;
+        slots_[i] = slot;
+    }
+}
+
+void Virtual::Index::grow() { reserve(slots_.empty() ? 8 : slots_.size()); }
+
+void Virtual::Index::clear() {
+    slots_.clear();
+    size_ = 0;
 }
 
 }  // namespace zerko::scene

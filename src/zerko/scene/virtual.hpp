@@ -8,7 +8,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <unordered_map>
 #include <vector>
 
 #include "zerko/scene/operator.hpp"
@@ -57,18 +56,35 @@ private:
         Location location;
     };
     /// Reads one object; the flag tells whether the path was known already.
-    std::pair<Entry*, bool> upload_one(std::string path);
+    std::pair<Entry*, bool> upload_one(const std::string& path);
     void resolve_children();
 
     std::shared_ptr<Operator> operator_;
     // Entries are never moved once made, so Location pointers stay valid until offload.
     std::deque<Entry> entries_;
-    struct PathHash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view p) const noexcept { return std::hash<std::string_view>{}(p); }
+    // Path to entry, by open addressing: one flat table probed linearly,
+    // each slot with the path's hash code, so a lookup in a scene of
+    // hundreds of thousands of objects touches one or two cache lines
+    // instead of a bucket, a node and a key. Entries are only ever added
+    // between two offloads, so the table needs no deletion.
+    class Index {
+    public:
+        Entry* find(std::string_view path) const;
+        /// Adds `entry` under its own path, which must not be there yet.
+        void insert(Entry* entry);
+        void reserve(std::size_t count);
+        void clear();
+
+    private:
+        struct Slot {
+            std::size_t hash = 0;
+            Entry* entry = nullptr;
+        };
+        void grow();
+        std::vector<Slot> slots_;
+        std::size_t size_ = 0;
     };
-    // Keys view the path held by their entry.
-    std::unordered_map<std::string_view, Entry*, PathHash> index_;
+    Index index_;
 };
 
 }  // namespace zerko::scene
