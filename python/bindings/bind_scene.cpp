@@ -65,6 +65,7 @@ std::shared_ptr<void> PyOperator::begin_queries() {
     return std::shared_ptr<void>(nullptr, [this](void*) {
         nb::gil_scoped_acquire gil;
         walking_ = false;
+        forget_last();
         known_.clear();
     });
 }

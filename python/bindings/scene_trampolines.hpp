@@ -77,7 +77,10 @@ public:
                     // The key views the UTF-8 text that the kept object owns.
                     if (walking_) known_.emplace(std::string_view(text, static_cast<std::size_t>(size)), nb::borrow(item));
                 }
-                if (walking_) known_.erase(path);  // its four queries are done
+                if (walking_) {
+                    forget_last();
+                    known_.erase(path);  // its four queries are done
+                }
                 return out;
             }
         }
@@ -89,11 +92,24 @@ protected:
     // it: no new text objects, and the host's dictionaries find them by identity.
     nb::object path_object(const std::string& path) const {
         if (walking_) {
-            if (auto it = known_.find(path); it != known_.end()) return it->second;
+            // The four queries of one object come one after another: the
+            // last answer serves the next three without a lookup.
+            if (last_.is_valid() && std::string_view(path) == last_path_) return last_;
+            if (auto it = known_.find(path); it != known_.end()) {
+                last_path_ = it->first;
+                last_ = it->second;
+                return last_;
+            }
         }
         return nb::str(path.c_str(), path.size());
     }
+    void forget_last() const {
+        last_.reset();
+        last_path_ = {};
+    }
     mutable bool walking_ = false;
+    mutable nb::object last_;
+    mutable std::string_view last_path_;
     mutable std::unordered_map<std::string_view, nb::object> known_;
 };
 

@@ -60,9 +60,11 @@ void Virtual::resolve_children() {
 }
 
 std::pair<Virtual::Entry*, bool> Virtual::upload_one(const std::string& path) {
+    // One probe finds the path or the slot where it goes.
+    auto [slot, found] = index_.find_slot(path);
     Entry* entry;
     bool again = false;
-    if (Entry* found = index_.find(path)) {
+    if (found) {
         // The path stays; the rest is read anew.
         entry = found;
         entry->exists = false;
@@ -75,7 +77,7 @@ std::pair<Virtual::Entry*, bool> Virtual::upload_one(const std::string& path) {
     } else {
         entry = &entries_.emplace_back();
         entry->location.path = path;
-        index_.insert(entry);
+        index_.insert(slot, entry);
     }
     const std::string& p = entry->location.path;
     entry->exists = operator_->object_exists(p);
@@ -135,14 +137,20 @@ Virtual::Entry* Virtual::Index::find(std::string_view path) const {
     }
 }
 
-void Virtual::Index::insert(Entry* entry) {
+std::pair<Virtual::Index::Place, Virtual::Entry*> Virtual::Index::find_slot(std::string_view path) {
     // At most half full, so probes stay short and an empty slot always exists.
     if ((size_ + 1) * 2 > slots_.size()) grow();
-    const std::size_t hash = std::hash<std::string_view>{}(entry->location.path);
+    const std::size_t hash = std::hash<std::string_view>{}(path);
     const std::size_t mask = slots_.size() - 1;
     std::size_t i = hash & mask;
-    while (slots_[i].entry) i = (i + 1) & mask;
-    slots_[i] = {hash, entry};
+    for (; slots_[i].entry; i = (i + 1) & mask) {
+        if (slots_[i].hash == hash && slots_[i].entry->location.path == path) return {{i, hash}, slots_[i].entry};
+    }
+    return {{i, hash}, nullptr};
+}
+
+void Virtual::Index::insert(Place place, Entry* entry) {
+    slots_[place.index] = {place.hash, entry};
     ++size_;
 }
 

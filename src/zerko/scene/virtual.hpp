@@ -69,9 +69,17 @@ private:
     // between two offloads, so the table needs no deletion.
     class Index {
     public:
+        /// Where a path stands or would go: a slot and the path's hash code.
+        struct Place {
+            std::size_t index;
+            std::size_t hash;
+        };
         Entry* find(std::string_view path) const;
-        /// Adds `entry` under its own path, which must not be there yet.
-        void insert(Entry* entry);
+        /// The place of `path` and its entry, or the free place for it and
+        /// null. Makes room first, so the place stays good for `insert`.
+        std::pair<Place, Entry*> find_slot(std::string_view path);
+        /// Puts `entry` at a free place that find_slot gave for its path.
+        void insert(Place place, Entry* entry);
         void reserve(std::size_t count);
         void clear();
 
