@@ -6,6 +6,10 @@ and shows what a host layer in Maya, 3ds Max or Blender does in the same few
 steps: subclass Scene.Operator and Environment, construct Api, use it, shut down.
 
     python examples/host_layer.py examples/scene.json
+
+It then does the main job on the bundled project (rocks_project.json) with
+the embedded check pack (rock_checks/): finds the hierarchies of the scene
+that fit the project's pattern and runs the configured checks on them.
 """
 import contextlib
 import json
@@ -135,20 +139,62 @@ class PipelineEnvironment(zerko.Environment):
         return os.path.join(self._dir, "statistics.json")
 
 
-def main(scene_file):
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+def validate(api, scene, project_file):
+    """The main job: compile the project's pattern, find the hierarchies of
+    the scene that fit it, and run each rule's checks on the assets found."""
+    project = zerko._Project.Settings.init(None, project_file)
+    record = project.history.get_record()
+    print(f"project: {project.name} (record by {record.author}: {record.comment})")
+
+    virtual, hierarchy = api._virtual, api._hierarchy
+    virtual.upload([p for p in scene.get_children("") if scene.map_type(scene.get_type(p))])
+    hierarchy.pattern.set(record)
+    ghost = hierarchy.pattern.get_ghost()
+    top = hierarchy.pattern.get()[0].rule
+    candidates = [c for p in scene.get_children("") for c in virtual.get_children(p)]
+
+    Result = zerko.Check._Queue.Task.Result
+    queue = zerko.Check._Queue()
+    for group in hierarchy.root_scopes(candidates):
+        for roots, valid in hierarchy.cut(group):
+            print(f"hierarchy {', '.join(scene.name_from_path(r) for r in roots)}: {'valid' if valid else 'invalid'}")
+            if not valid or not hierarchy.pattern.is_verifiable(top.stamp):
+                continue
+            for root in roots:
+                task = zerko.Check._Queue.Task(root, [], name=scene.name_from_path(root))
+                for control in hierarchy.pattern.get_checklist(top.stamp).iterator(enabled=True):
+                    tasks = list(control.parameters)
+                    for parameter_task in tasks:
+                        task.results.add(Result(root, control.check, parameter_task, api.statistics, scene,
+                                                single=len(tasks) == 1))
+                queue.add(task)
+    print(f"ghost {ghost.rule.regex!r}; {len(queue)} asset(s) checked:")
+    for task in queue:
+        print(f"  {task.name:<14} {task.status}")
+        for result in task.results:
+            print(f"    {result.name:<22} {result.status:<6} {result.result_message()}")
+    return queue
+
+
+def main(scene_file, project_file=os.path.join(HERE, "rocks_project.json")):
     logging.basicConfig(level=logging.INFO, format="%(levelname)s %(message)s")
     with open(scene_file, encoding="utf-8") as f:
         scene = MemoryScene(json.load(f))
+    sys.path.insert(0, HERE)
+    import rock_checks  # the host's embedded check pack
+
+    rock_checks.SCENE = scene
     with tempfile.TemporaryDirectory() as settings_dir:
-        api = zerko.Api(scene, PipelineEnvironment(settings_dir))
+        api = zerko.Api(scene, PipelineEnvironment(settings_dir), checks=rock_checks)
         print("zerko", ".".join(map(str, api.version)), "on", zerko._Software.detect())
         print("environment:", type(api.env).__name__, "->", os.environ["ZERKO-SETTINGS"])
-        masks = api.masks
-        print("object types this host offers:", [item.name for item in masks.Type])
-        print("ghost types this host offers:", [item.name for item in masks.Ghost])
-        for path in scene.get_selection_roots():
-            print("selected:", scene.name_from_path(path), "->", scene.map_type(scene.get_type(path)))
+        print("object types this host offers:", [item.name for item in api.masks.Type])
+        print("check classes:", [c.class_id for c in api._classes])
         api.callbacks.buffer_loaded.register(lambda: print("buffer loaded"))
+        validate(api, scene, project_file)
         api.shutdown()
         zerko.Logger._flush()
     return 0

@@ -2,6 +2,7 @@
 discovered, configured in checklists and run through the queue."""
 import importlib
 import json
+import os
 import logging
 import sys
 import textwrap
@@ -406,3 +407,22 @@ def test_a_project_record_compiles_into_a_pattern_with_checklists(folders, scene
     assert hierarchy.mask(roots) == ["|assets|rock0001_grp"]
     assert not hierarchy.is_valid(["|assets|rock0001_grp"])
     assert hierarchy.is_valid(["|assets|rock0002_grp"])
+
+
+def test_the_example_host_layer_validates_the_bundled_project(scene, environment, monkeypatch, capsys):
+    """The demo's main job: the bundled project, the embedded pack, the bundled scene."""
+    from conftest import EXAMPLES, host_layer
+
+    monkeypatch.syspath_prepend(EXAMPLES)
+    rock_checks = importlib.import_module("rock_checks")
+    monkeypatch.setattr(rock_checks, "SCENE", scene)
+    api = zerko.Api(scene, environment, checks=rock_checks)
+    try:
+        queue = host_layer.validate(api, scene, os.path.join(EXAMPLES, "rocks_project.json"))
+        assert [(t.name, t.status) for t in queue] == [("rock0001_grp", "pass"), ("rock0002_grp", "info")]
+        assert [r.name for r in list(queue)[1].results] == ["Name Length", "Collision Geometry"]
+        assert "hierarchy rock0002_grp: valid" in capsys.readouterr().out
+    finally:
+        api.shutdown()
+        for name in [n for n in sys.modules if n == "rock_checks" or n.startswith("rock_checks.") or n == "assets"]:
+            sys.modules.pop(name, None)
