@@ -75,6 +75,15 @@ std::shared_ptr<Directory> core_of(nb::handle value) {
 
 bool is_bool(nb::handle v) { return PyBool_Check(v.ptr()); }
 
+/// JSON handed in from Python; anything that is not JSON-shaped reads as `fallback`.
+settings::Document json_or(nb::handle value, settings::Document fallback) {
+    try {
+        return to_json(value);
+    } catch (const TypeError&) {
+        return fallback;
+    }
+}
+
 std::shared_ptr<Config> config_or_null(nb::handle value) {
     std::shared_ptr<Config> out;
     if (nb::try_cast(value, out)) return out;
@@ -99,11 +108,8 @@ void bind_settings_check(nb::handle settings_class) {
                      nb::arg("value").none())
         .def_prop_rw("parameters", [](const Check& c) { return c.parameters; },
                      [](Check& c, nb::handle v) {
-                         try {
-                             Document value = to_json(v);
-                             if (value.is_array()) c.parameters = std::move(value);
-                         } catch (const TypeError&) {
-                         }
+                         Document value = json_or(v, Document());
+                         if (value.is_array()) c.parameters = std::move(value);
                      },
                      nb::arg("value").none())
         .def_prop_ro("data", &Check::data)
@@ -114,11 +120,7 @@ void bind_settings_check(nb::handle settings_class) {
     nb::class_<Config>(check, "Config", "Checks by class id, with their state and parameters.")
         .def("__init__",
              [](Config* self, nb::handle table) {
-                 Document data = Document::object();
-                 try {
-                     data = to_json(table);
-                 } catch (const TypeError&) {
-                 }
+                 const Document data = json_or(table, Document::object());
                  new (self) Config(data);
              },
              nb::arg("table").none() = nb::none())
@@ -139,12 +141,7 @@ void bind_settings_check(nb::handle settings_class) {
         })
         .def("__len__", &Config::size)
         .def("_load", [](Config& self, nb::handle table) {
-            Document data = Document::object();
-            try {
-                data = to_json(table);
-            } catch (const TypeError&) {
-            }
-            self.load(data);
+            self.load(json_or(table, Document::object()));
         }, nb::arg("table").none())
         .def("mask", [](Config& self, nb::handle keys) {
             std::vector<std::string> ids;
@@ -185,11 +182,7 @@ void bind_settings_check(nb::handle settings_class) {
     nb::class_<DirectoryList> list(check, "_DirectoryList", "The directories to scan, in order.");
     list.def("__init__",
              [](DirectoryList* self, nb::handle data) {
-                 Document value = Document::array();
-                 try {
-                     value = to_json(data);
-                 } catch (const TypeError&) {
-                 }
+                 const Document value = json_or(data, Document::array());
                  new (self) DirectoryList(value);
              },
              nb::arg("data").none() = nb::none())
@@ -271,11 +264,7 @@ void bind_settings_check(nb::handle settings_class) {
     presets
         .def("__init__",
              [](Presets* self, nb::handle data) {
-                 Document value = Document::array();
-                 try {
-                     value = to_json(data);
-                 } catch (const TypeError&) {
-                 }
+                 const Document value = json_or(data, Document::array());
                  new (self) Presets(value);
              },
              nb::arg("data").none() = nb::none())
@@ -304,11 +293,7 @@ void bind_settings_check(nb::handle settings_class) {
     nb::class_<State>(check, "State", "The \"check\" section of settings.json.")
         .def("__init__",
              [](State* self, nb::handle data) {
-                 Document value = Document::object();
-                 try {
-                     value = to_json(data);
-                 } catch (const TypeError&) {
-                 }
+                 const Document value = json_or(data, Document::object());
                  new (self) State(value);
              },
              nb::arg("data").none() = nb::none())

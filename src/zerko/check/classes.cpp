@@ -10,15 +10,11 @@ namespace zerko::check {
 
 using foundation::Logger;
 
-namespace {
-
-std::string lower(std::string_view text) {
-    std::string out(text);
+std::string category_key(std::string_view category) {
+    std::string out(category);
     std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return out;
 }
-
-}  // namespace
 
 void Registry::add(std::string_view directory, std::shared_ptr<Class> check_class) {
     if (!check_class) return;
@@ -87,7 +83,7 @@ Classes::Array Classes::sort(const Array& array) {
     std::vector<std::string> categories;
     std::map<std::string, Array, std::less<>> groups;
     for (const auto& check_class : array) {
-        std::string key = lower(check_class->category());
+        std::string key = category_key(check_class->category());
         auto [it, added] = groups.try_emplace(key);
         if (added) categories.push_back(key);
         it->second.push_back(check_class);

@@ -15,6 +15,9 @@
 
 namespace zerko::check {
 
+/// The group a category names: categories are compared in lower case.
+std::string category_key(std::string_view category);
+
 /// What the scan of one directory found: every class member of every
 /// module, packages walked into, in the order found, and the modules that
 /// failed to load.

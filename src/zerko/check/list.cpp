@@ -1,21 +1,13 @@
 #include "zerko/check/list.hpp"
 
+#include "zerko/check/classes.hpp"
+
 #include <algorithm>
 #include <map>
 
 #include "zerko/parameters/block.hpp"
 
 namespace zerko::check {
-
-namespace {
-
-std::string lower(std::string_view text) {
-    std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return out;
-}
-
-}  // namespace
 
 List::List(const std::vector<std::shared_ptr<Class>>& classes, std::shared_ptr<settings::Check::Presets> presets,
            std::shared_ptr<settings::Check::Config> config) {
@@ -72,7 +64,7 @@ void List::build_categories() {
     std::map<std::string, std::shared_ptr<Category>, std::less<>> table;
     std::vector<std::shared_ptr<Category>> categories;
     for (const auto& control : controls_) {
-        std::string name = lower(control->check->category());
+        std::string name = category_key(control->check->category());
         auto [it, added] = table.try_emplace(name);
         if (added) {
             it->second = std::make_shared<Category>(name);
