@@ -12,6 +12,7 @@
 #include "common.hpp"
 #include "zerko/api/api.hpp"
 #include "zerko/export/flags.hpp"
+#include "zerko/export/options.hpp"
 #include "zerko/project/collection.hpp"
 #include "zerko/project/record.hpp"
 #include "zerko/project/rule.hpp"
@@ -232,9 +233,8 @@ void bind_records(nb::handle settings_cls) {
         .def("get_options", &Record::Export::get_options)
         .def("set_options",
              [](Record::Export& e, nb::handle options) {
-                 // Exporter options offer their JSON form as `data`; nothing else is taken.
-                 if (options.is_none() || !nb::hasattr(options, "data")) return;
-                 e.set_options(json_or(options.attr("data"), nullptr));
+                 // Only the exporters' options are taken; any other value is ignored.
+                 if (nb::isinstance<export_::Options>(options)) e.set_options(nb::cast<const export_::Options&>(options));
              },
              nb::arg("options").none())
         .def_prop_ro("_options", &Record::Export::get_options)

@@ -9,6 +9,7 @@
 
 #include "test_support.hpp"
 #include "zerko/api/api.hpp"
+#include "zerko/export/options.hpp"
 #include "zerko/file/json.hpp"
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/uuid.hpp"
@@ -353,7 +354,8 @@ TEST(ProjectCollection, PromiseEditedAndSavedHeadsTheHistory) {
     promise->author = "anna";
     promise->rules->append(std::make_shared<Rule>(Document{{"name", "root"}}));
     promise->pattern->append(Rule::Tree::NodeBase::create_node(promise->rules->rules()[0]));
-    promise->export_->set_options({{"scale", 0.5}});
+    const export_::Options exporters({std::make_shared<parameters::Options>("fbx", "FBX")});
+    promise->export_->set_options(exporters);
     const std::int64_t before = static_cast<std::int64_t>(foundation::wall_time());
     ASSERT_TRUE(promise->save());
 
@@ -369,6 +371,7 @@ TEST(ProjectCollection, PromiseEditedAndSavedHeadsTheHistory) {
     const auto disk = file::Json::read(project->path());
     EXPECT_EQ(disk["selected_record"], head->timestamp);
     EXPECT_EQ(disk["records"][std::to_string(head->timestamp)]["author"], "anna");
+    EXPECT_EQ(disk["records"][std::to_string(head->timestamp)]["export"]["options"], exporters.data());
     EXPECT_EQ(disk["records"][std::to_string(head->timestamp)]["pattern"][0]["stamp"], head->rules->rules()[0]->stamp());
     EXPECT_EQ(disk["filename"], project->filename());
     EXPECT_EQ(collection.get(project->filename()), project);
@@ -434,6 +437,8 @@ TEST(ProjectCollection, ServerIsTheFullTruth) {
     EXPECT_TRUE(fs::exists(ws.path("blender.json")));
     EXPECT_EQ(log.messages(LogLevel::Debug).back(), "Projects Synchronized");
     EXPECT_THROW(collection.accept_http_response(Document::object()), TypeError);
+    EXPECT_THROW(collection.accept_http_response(Document::array({project_file("keep.json", "Keep", "maya", 50.0), 7})),
+                 TypeError);  // a malformed answer erases nothing
     EXPECT_EQ(collection.names().size(), 4u);
 }
 

@@ -38,10 +38,13 @@ def read(path):
         return json.load(f)
 
 
-class ExporterOptions:
-    """Stands for an exporter's options: only its `data` is taken."""
-
-    data = {"scale": 0.5, "format": "fbx"}
+def exporter_options():
+    """The options of two exporters, the second one selected."""
+    options = zerko._Export.Options(
+        zerko.Parameters.Options("fbx", "FBX", contents=[zerko.Parameters.Switch("binary", enabled=True)]),
+        zerko.Parameters.Options("obj", "Wavefront"))
+    options.select("obj")
+    return options
 
 
 def test_objects_handed_in_come_back_as_themselves(collection):
@@ -73,8 +76,12 @@ def test_objects_handed_in_come_back_as_themselves(collection):
     assert promise.rules.append("root") is False and promise.rules.remove(Rule()) is False
     assert kept.range == Rule.Range(1, 1) and kept.range != [1, 1]
 
-    promise.export.set_options(ExporterOptions())
-    promise.export.set_options({"scale": 9})  # no `data`: not an exporter's options
+    exporters = exporter_options()
+    promise.export.set_options(exporters)
+    # Only exporters' options are taken, not anything else that has `data`.
+    for other in ({"scale": 9}, kept, promise.export, None):
+        promise.export.set_options(other)
+    assert promise.export.get_options() == exporters.data
     promise.export.flags.triangulate = True
     promise.author = "Юля"
     promise.save()
@@ -87,7 +94,7 @@ def test_objects_handed_in_come_back_as_themselves(collection):
     assert list(on_disk) == list(project.data) + ["edit_timestamp"]
     assert on_disk["selected_record"] == head.timestamp
     stored = on_disk["records"][str(head.timestamp)]
-    assert stored["export"]["options"] == ExporterOptions.data and stored["export"]["flags"]["triangulate"]
+    assert stored["export"]["options"] == exporters.data and stored["export"]["flags"]["triangulate"]
     assert stored["pattern"] == [{"stamp": kept.stamp, "children": []}]
 
     # A project read without a collection serves every reading, but cannot be saved.

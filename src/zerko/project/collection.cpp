@@ -155,7 +155,9 @@ void Collection::accept_http_response(const Document& projects) {
     if (!projects.is_array()) throw TypeError("the projects of a response must be a list: " + projects.dump());
     std::unordered_set<std::string> kept;
     for (const auto& contents : projects) {
-        if (!contents.is_object()) continue;
+        // A malformed answer stops the exchange before anything is erased;
+        // skipping the element would erase the local project it stood for.
+        if (!contents.is_object()) throw TypeError("a project of a response must be an object: " + contents.dump());
         const auto found = contents.find("filename");
         const std::string filename = found != contents.end() && found->is_string() ? found->get<std::string>() : "";
         auto settings = std::make_shared<Settings>(this, directory_, filename, contents);

@@ -59,6 +59,8 @@ public:
     /// Saves the projects that are newer than the local ones, keeps the
     /// others, and erases every local project that `projects` does not name.
     /// Only for an accepted response: an empty list erases every project.
+    /// Anything but a list, or an element that is no object, raises TypeError
+    /// (elements before it have been taken) and erases nothing.
     void accept_http_response(const Document& projects);
 
     /// Paths and projects of the table, in order of loading.

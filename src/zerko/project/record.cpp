@@ -146,10 +146,6 @@ Record::Export::Export(const Document& data) {
     flags.load(member(data, "flags", empty_object));
 }
 
-void Record::Export::set_options(const Document& data) {
-    if (data.is_object()) options_ = data;
-}
-
 Document Record::Export::data() const {
     Document out = Document::object();
     out["directory"] = directory;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "zerko/export/flags.hpp"
+#include "zerko/export/options.hpp"
 #include "zerko/project/rule.hpp"
 #include "zerko/project/tree.hpp"
 
@@ -91,8 +92,8 @@ public:
 
     /// A copy of the options' data.
     Document get_options() const { return options_; }
-    /// Replaces the options by `data`; anything but a JSON object is ignored.
-    void set_options(const Document& data);
+    /// Replaces the stored options by the data of the exporters' options.
+    void set_options(const export_::Options& options) { options_ = options.data(); }
     /// {"directory", "options", "flags"}.
     Document data() const;
 
