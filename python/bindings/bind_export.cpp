@@ -20,6 +20,23 @@ std::vector<std::shared_ptr<parameters::Options>> exporters_arg(const nb::args& 
     return out;
 }
 
+/// `_tasks` is one Python list per queue that follows the core's list, so
+/// that whoever holds it sees the queue's `add` and `clear` (which empties it
+/// in place rather than handing out a new list).
+nb::object synced_tasks(nb::handle self, bool create) {
+    nb::dict attributes = nb::borrow<nb::dict>(nb::getattr(self, "__dict__"));
+    nb::object list;
+    if (attributes.contains("_tasks")) list = attributes["_tasks"];
+    if (!list.is_valid() || !PyList_Check(list.ptr())) {
+        if (!create) return nb::none();
+        list = nb::list();
+        attributes["_tasks"] = list;
+    }
+    list.attr("clear")();
+    for (const auto& task : nb::cast<const export_::Queue&>(self).tasks()) list.attr("append")(nb::cast(task));
+    return list;
+}
+
 }  // namespace
 
 void bind_export(nb::module_& m) {
@@ -35,7 +52,7 @@ void bind_export(nb::module_& m) {
         .def("load", &export_::Flags::load, nb::arg("data").none(), "A missing key turns its flag off.");
 
     using Queue = export_::Queue;
-    nb::class_<Queue> queue(ns, "Queue", "The files that an export is to write.");
+    nb::class_<Queue> queue(ns, "Queue", "The files that an export is to write.", nb::dynamic_attr());
     nb::class_<Queue::Task>(queue, "Task", "One file: its base name and the scene paths that go into it.")
         .def(nb::init<std::string>(), nb::arg("name"))
         .def_rw("name", &Queue::Task::name)
@@ -49,12 +66,21 @@ void bind_export(nb::module_& m) {
         .def("is_confirmed", &Queue::Task::is_confirmed)
         .def_prop_ro("_confirmed", &Queue::Task::is_confirmed);
     queue.def(nb::init<>())
-        .def("add", &Queue::add, nb::arg("task"))
-        .def("clear", &Queue::clear)
+        .def("add",
+             [](nb::handle self, std::shared_ptr<Queue::Task> task) {
+                 nb::cast<Queue&>(self).add(std::move(task));
+                 synced_tasks(self, false);
+             },
+             nb::arg("task"))
+        .def("clear",
+             [](nb::handle self) {
+                 nb::cast<Queue&>(self).clear();
+                 synced_tasks(self, false);
+             })
         .def("is_empty", &Queue::is_empty)
         .def("__len__", &Queue::size)
         .def("__iter__", [](const Queue& q) { return nb::iter(nb::cast(q.tasks())); })
-        .def_prop_ro("_tasks", [](const Queue& q) { return nb::cast(q.tasks()); });
+        .def_prop_ro("_tasks", [](nb::handle self) { return synced_tasks(self, true); });
 
     using Options = export_::Options;
     nb::class_<Options>(ns, "Options", "The exporters that the host supplied; each is also an attribute under its name.")
@@ -80,7 +106,8 @@ void bind_export(nb::module_& m) {
         .def_prop_ro("data", &Options::data)
         .def("clone", &Options::clone)
         .def_prop_ro("_options", [](const Options& o) { return nb::cast(o.options()); })
-        .def_prop_ro("_selected", &Options::selected);
+        .def_prop_ro("_selected", &Options::selected)
+        .def("_select_any", &Options::select_any);
 }
 
 }  // namespace zerko::py

@@ -128,6 +128,22 @@ nb::list as_list(const Container& items) {
     return out;
 }
 
+/// The Python error object of each kept error, as `raise` would give it.
+nb::list error_objects(const std::vector<std::exception_ptr>& errors) {
+    nb::list out;
+    for (const auto& error : errors) {
+        // A bound function that rethrows goes through the registered
+        // translators, so C++ errors become their Python types.
+        nb::object raiser = nb::cpp_function([error]() { std::rethrow_exception(error); });
+        try {
+            raiser();
+        } catch (nb::python_error& e) {
+            out.append(nb::borrow(e.value()));
+        }
+    }
+    return out;
+}
+
 // ------------------------------------------------------------------ nodes
 
 NodePtr node_from_python(nb::handle value);
@@ -404,7 +420,11 @@ void bind_combo_box(nb::handle ns) {
              },
              nb::arg("text").none() = false)
         .def_prop_ro("current_index", &ComboBox::current_index)
-        .def_prop_ro("_array", [](const ComboBox& b) { return as_list(b.items()); });
+        .def_prop_ro("_array", [](const ComboBox& b) { return as_list(b.items()); })
+        .def("_build", [](ComboBox& b, nb::handle items) { b.build(elements_arg<ComboBox::Item>(items)); },
+             nb::arg("items").none())
+        .def("_ensure_selection", &ComboBox::ensure_selection)
+        .def("_select_first", &ComboBox::select_first);
 }
 
 void bind_lists(nb::handle ns) {
@@ -459,7 +479,9 @@ void bind_lists(nb::handle ns) {
              [](const TextInputList& l, nb::handle enabled) { return to_tuple(l.values(truth(enabled))); },
              nb::arg("enabled").none() = true)
         .def("__str__", &TextInputList::str)
-        .def_prop_ro("_array", [](const TextInputList& l) { return as_list(l.items()); });
+        .def_prop_ro("_array", [](const TextInputList& l) { return as_list(l.items()); })
+        .def("_build", [](TextInputList& l, nb::handle items) { l.build(elements_arg<TextInput>(items)); },
+             nb::arg("items").none());
 
     nb::class_<TextMatchList, Input>(ns, "TextMatchList", "A list of texts to match.")
         .def("__init__",
@@ -476,7 +498,9 @@ void bind_lists(nb::handle ns) {
         .def("add", &TextMatchList::add)
         .def("pop", [](TextMatchList& l, nb::handle i) { l.pop(list_index(i, l.size())); }, nb::arg("index").none())
         .def("values", [](const TextMatchList& l) { return to_tuple(l.values()); })
-        .def_prop_ro("_array", [](const TextMatchList& l) { return as_list(l.items()); });
+        .def_prop_ro("_array", [](const TextMatchList& l) { return as_list(l.items()); })
+        .def("_build", [](TextMatchList& l, nb::handle items) { l.build(elements_arg<TextMatch>(items)); },
+             nb::arg("items").none());
 
     nb::class_<IntSliceList, Input> slices(ns, "IntSliceList", "A list of integer slices shaped like a default slice.");
     nb::class_<IntSliceList::InputSpec>(slices, "_InputSpec", "What every slice of a list copies from the default.")
@@ -506,6 +530,8 @@ void bind_lists(nb::handle ns) {
         .def("pop", [](IntSliceList& l, nb::handle i) { l.pop(list_index(i, l.items().size())); }, nb::arg("index").none())
         .def_static("_apply_spec", &IntSliceList::apply_spec, nb::arg("int_range"), nb::arg("state"))
         .def_prop_ro("_array", [](const IntSliceList& l) { return as_list(l.items()); })
+        .def("_build", [](IntSliceList& l, nb::handle items) { l.build(elements_arg<IntSlice>(items)); },
+             nb::arg("items").none())
         .def_prop_ro("_default", &IntSliceList::default_slice)
         .def_prop_ro("_default_start", &IntSliceList::default_start)
         .def_prop_ro("_default_stop", &IntSliceList::default_stop)
@@ -524,7 +550,7 @@ void bind_group_and_options(nb::handle ns) {
              nb::arg("visibility_switch").none() = nb::none())
         .def_prop_rw("label", [](const Group& g) { return g.label; }, text_setter(&Group::label), nb::arg("value").none())
         .def_prop_ro("visibility_switch", [](const Group& g) { return switch_to_python(g.visibility_switch()); })
-        .def_prop_ro("_contents", [](const Group& g) { return iterate_nodes(g.contents()); })
+        .def_prop_ro("_contents", [](const Group& g) { return nb::list(iterate_nodes(g.contents())); })
         .def("__iter__", [](const Group& g) { return iterate_nodes(g.contents()); })
         .def("clone", &Group::clone);
 
@@ -548,7 +574,7 @@ void bind_group_and_options(nb::handle ns) {
         .def("load", [](Options& o, const Document& data) { o.Options::load(data); }, nb::arg("data").none())
         .def("reset", [](Options& o) { o.Options::reset(); })
         .def("clone", [](const Options& o) { return o.Options::clone(); })
-        .def_prop_ro("_contents", [](const Options& o) { return iterate_nodes(o.contents()); })
+        .def_prop_ro("_contents", [](const Options& o) { return nb::list(iterate_nodes(o.contents())); })
         .def_prop_ro("_parameters", [](const Options& o) { return inputs_dict(o.parameters()); })
         .def_prop_ro("_defaults", &Options::defaults)
         .def("_get_state", &Options::get_state)
@@ -610,7 +636,9 @@ void bind_block(nb::handle ns) {
         .def("assert_no_errors", &Task::assert_no_errors,
              "Raises the first error of the declaration, else the first of the stored data.")
         .def_prop_ro("_inputs", [](const Task& t) { return nb::list(iterate_nodes(t.inputs())); })
-        .def_prop_ro("_table", [](const Task& t) { return inputs_dict(t.table()); });
+        .def_prop_ro("_table", [](const Task& t) { return inputs_dict(t.table()); })
+        .def_prop_ro("_build_exceptions", [](const Task& t) { return error_objects(t.build_errors()); })
+        .def_prop_ro("_load_exceptions", [](const Task& t) { return error_objects(t.load_errors()); });
 
     block
         .def("__init__", [](Block* self, nb::args inputs) { new (self) Block(nodes_arg(inputs)); })

@@ -42,8 +42,11 @@ def test_queue_tasks():
     queue.add(E.Queue.Task("table"))
     assert [t.name for t in queue] == ["chair", "table"] and len(queue) == 2
     assert next(iter(queue)) is task
+    held = queue._tasks
+    assert held == [task, queue._tasks[1]] and queue._tasks is held
     queue.clear()
     assert queue.is_empty() and list(queue) == []
+    assert held == []  # emptied in place, not replaced
 
 
 def test_options_keep_python_exporters_and_select_them():

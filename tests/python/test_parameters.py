@@ -84,6 +84,7 @@ def test_bad_declarations_and_stale_data_are_raised_on_use():
     task = repeated._tasks[0]
     with pytest.raises(zerko.Error.AttributeNameRepeat):
         task.assert_no_errors()
+    assert [type(e) for e in task._build_exceptions] == [zerko.Error.AttributeNameRepeat]
     assert task.state == {} and task._table == {}
     assert isinstance(task.size, P.IntRange)
 
@@ -107,6 +108,8 @@ def test_bad_declarations_and_stale_data_are_raised_on_use():
     assert task.distance.value == 1 and task.strict.enabled is True
     with pytest.raises(ValueError):
         task.assert_no_errors()
+    assert task._build_exceptions == [] and len(task._load_exceptions) == 1
+    assert len(task.clone()._load_exceptions) == 1
 
     with pytest.raises(TypeError):
         stale.clone()
@@ -167,6 +170,11 @@ def test_combo_box_items_are_attributes():
     assert box.high.selected and box.current_index == 1
     box.set_selected(box.low)
     assert box.data == {"selected_attr": "low"}
+    box.set_selected(P.ComboBox.Item("other"))  # no item of the box stays selected
+    assert box.current_index == 0 and not box.low.selected
+    assert box._ensure_selection() is box.low and box.low.selected and not box.high.selected
+    box.set_selected(box.high)
+    assert box._select_first() is box.low and [item.selected for item in box] == [True, False]
     assert [item.attr for item in box] == ["low", "high"]
     with pytest.raises(AttributeError):
         box.medium

@@ -40,11 +40,12 @@ public:
     Document data() const;
     /// Clones every exporter and carries the state and the selection over.
     std::shared_ptr<Options> clone() const;
+    /// Selects the first exporter; with none, nothing is selected.
+    void select_any();
 
 private:
     template <typename Match>
     void select_if(Match match);
-    void select_any();
 
     std::vector<OptionPtr> options_;
     OptionPtr selected_;

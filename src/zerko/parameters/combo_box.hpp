@@ -56,11 +56,16 @@ public:
     void load(const Document& data) override;
     std::shared_ptr<Input> clone() const override;
 
-private:
+    /// Replaces the items; a null item raises TypeError, a repeated name
+    /// AttributeNameRepeat. The selection is left as the items carry it.
     void build(std::vector<ItemPtr> items);
+    /// Leaves exactly one item selected when there are items: the first of
+    /// those selected, else the first of all. Returns it, or null.
     ItemPtr ensure_selection() const;
+    /// Selects the first item alone and returns it; null with no items.
     ItemPtr select_first() const;
 
+private:
     std::vector<ItemPtr> array_;
 };
 

@@ -69,9 +69,10 @@ public:
     std::shared_ptr<Input> clone() const override;
     /// "<class TextInputList> " and the input's form, then one line per element.
     std::string str() const;
+    /// Replaces the elements; a null element raises TypeError.
+    void build(std::vector<ElementPtr> items);
 
 private:
-    void build(std::vector<ElementPtr> items);
     std::vector<ElementPtr> array_;
 };
 
@@ -93,9 +94,10 @@ public:
     Document data() const override;
     void load(const Document& data) override;
     std::shared_ptr<Input> clone() const override;
+    /// Replaces the elements; a null element raises TypeError.
+    void build(std::vector<ElementPtr> items);
 
 private:
-    void build(std::vector<ElementPtr> items);
     std::vector<ElementPtr> array_;
 };
 
@@ -145,10 +147,11 @@ public:
     /// Keeps the name, the default slice and cloned elements; the help text
     /// is not carried over.
     std::shared_ptr<Input> clone() const override;
-
-private:
+    /// Replaces the slices, giving each the list's limits; a null slice
+    /// raises TypeError.
     void build(std::vector<ElementPtr> items);
 
+private:
     std::vector<ElementPtr> array_;
     std::shared_ptr<IntSlice> default_;
     std::int64_t default_start_;
