@@ -132,6 +132,15 @@ nb::list as_list(const Container& items) {
 nb::list error_objects(const std::vector<std::exception_ptr>& errors) {
     nb::list out;
     for (const auto& error : errors) {
+        // A kept Python error is read as it is: raising it again would hand
+        // its payload over and leave the kept copy empty.
+        try {
+            std::rethrow_exception(error);
+        } catch (nb::python_error& e) {
+            out.append(nb::borrow(e.value()));
+            continue;
+        } catch (...) {
+        }
         // A bound function that rethrows goes through the registered
         // translators, so C++ errors become their Python types.
         nb::object raiser = nb::cpp_function([error]() { std::rethrow_exception(error); });

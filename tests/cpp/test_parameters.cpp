@@ -185,6 +185,8 @@ TEST(ParametersBlock, LoadAlwaysGivesTasksAndKeepsStaleDataAsErrors) {
     block.load(nullptr);
     ASSERT_EQ(block.length(), 1u);
     EXPECT_EQ(block.data(), block.defaults());
+    block.load(json(R"("")"));  // any empty value stands for nothing stored
+    EXPECT_EQ(block.data(), block.defaults());
 
     block.load(json(R"([{"state": {"distance": {"value": 3}, "gone": {"value": 1}, "strict": {"enabled": true}}},
                         {"as_info": false}])"));

@@ -108,7 +108,7 @@ bool truth(const Document& value) {
         case Document::value_t::number_integer: return value.get<std::int64_t>() != 0;
         case Document::value_t::number_unsigned: return value.get<std::uint64_t>() != 0;
         case Document::value_t::number_float: return value.get<double>() != 0.0;
-        case Document::value_t::string:
+        case Document::value_t::string: return !value.get_ref<const std::string&>().empty();
         case Document::value_t::array:
         case Document::value_t::object: return !value.empty();
         default: return false;
@@ -119,8 +119,8 @@ bool truth(const Document& value) {
 
 void Block::load(const Document& data) {
     reset();
-    const bool nothing = data.is_null() || ((data.is_array() || data.is_object()) && data.empty());
-    const Document elements = nothing ? defaults() : data;
+    // Any empty value (null, [], {}, "", 0, false) stands for "nothing stored".
+    const Document elements = truth(data) ? data : defaults();
     detail::expect_array(elements, "parameter block data");
     for (const auto& element : elements) {
         detail::expect_object(element, "parameter task data");
