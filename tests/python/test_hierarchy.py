@@ -1,5 +1,7 @@
 """The snapshot and the matching engine through the Python face, with a host operator."""
+import sys
 import threading
+import time
 from types import SimpleNamespace as NS
 
 import pytest
@@ -31,7 +33,8 @@ def engine(scene, environment):
         rule("pivot", "^<asset>_pivot$", 0, 1, ["locator"])]}
     tree = node(rules["ghost"], node(rules["grp"], node(rules["pivot"]), node(rules["col"], node(rules["ucx"])),
                                      node(rules["geo"], node(rules["part"]))))
-    api._hierarchy.pattern.set(record(tree, rules=list(rules.values())))
+    api.pattern_record = record(tree, rules=list(rules.values()))
+    api._hierarchy.pattern.set(api.pattern_record)
     api._virtual.upload(scene.get_selection_roots())
     return api
 
@@ -111,17 +114,40 @@ def test_bad_expressions_raise_instead_of_hanging(engine):
     assert h.is_valid(["|assets"]) is False
 
 
-def test_search_releases_the_interpreter(engine):
-    h = engine._hierarchy
-    roots = engine._virtual.get_children("|assets")
+def test_search_releases_the_interpreter(engine, environment):
+    # A scene large enough that one search takes a while: the main thread
+    # must keep running while the worker is inside it, not only between calls.
+    assets = [{"name": "rock%04d_grp" % i, "type": "transform", "children": [
+        {"name": "rock%04d_geo" % i, "type": "transform", "children": [
+            {"name": "rock%04d_part%d" % (i, p), "type": "mesh"} for p in range(8)]}]} for i in range(3000)]
+    big = host_layer.MemoryScene({"objects": [{"name": "assets", "type": "transform", "children": assets}]})
+    virtual = zerko.Scene._Virtual(big)
+    virtual.upload(["|assets"])
+    h = zerko._Hierarchy(virtual, None)
+    h.pattern.set(engine.pattern_record)
+    roots = virtual.get_children("|assets")
     results, ticks = [], []
-    worker = threading.Thread(target=lambda: results.extend(h.cut(roots) for _ in range(300)))
-    worker.start()
-    while worker.is_alive():
-        ticks.append(1)  # Python keeps running while the search works
-    worker.join()
-    assert len(results) == 300 and results[0] == results[-1]
-    assert len(ticks) > 1
+
+    def work():
+        for _ in range(10):
+            results.append(h.cut(roots))
+
+    # With a long switch interval the worker never hands the interpreter over
+    # on its own: the main thread runs meanwhile only if the search releases it.
+    interval = sys.getswitchinterval()
+    sys.setswitchinterval(30.0)
+    try:
+        worker = threading.Thread(target=work)
+        worker.start()
+        while worker.is_alive():
+            ticks.append(1)
+            time.sleep(0)
+        worker.join()
+    finally:
+        sys.setswitchinterval(interval)
+    assert len(results) == 10 and all(r == results[0] for r in results)
+    assert len(results[0]) == 3000 and all(ok for _, ok in results[0])
+    assert len(ticks) > 10
 
 
 def test_wrong_types_from_python_raise_type_error(engine):
