@@ -5,7 +5,8 @@
 #include "common.hpp"
 #include "zerko/scene/operator.hpp"
 
-#include <unordered_map>
+#include <algorithm>
+#include <vector>
 
 namespace zerko::py {
 
@@ -65,6 +66,7 @@ public:
                 scene::Paths out;
                 if (result.is_none()) return out;
                 if (PyUnicode_Check(result.ptr())) throw TypeError("get_children returned a string, not a list of strings");
+                const std::size_t first = known_.size();
                 for (nb::handle item : result) {
                     if (!PyUnicode_Check(item.ptr())) {
                         throw TypeError(std::string("get_children returned ") + Py_TYPE(item.ptr())->tp_name +
@@ -74,12 +76,13 @@ public:
                     const char* text = PyUnicode_AsUTF8AndSize(item.ptr(), &size);
                     if (!text) throw nb::python_error();
                     out.emplace_back(text, static_cast<std::size_t>(size));
-                    // The key views the UTF-8 text that the kept object owns.
-                    if (walking_) known_.emplace(std::string_view(text, static_cast<std::size_t>(size)), nb::borrow(item));
+                    // The text views the UTF-8 data that the kept object owns.
+                    if (walking_) known_.push_back({std::string_view(text, static_cast<std::size_t>(size)), nb::borrow(item)});
                 }
                 if (walking_) {
-                    forget_last();
-                    known_.erase(path);  // its four queries are done
+                    // First child on top: the walk takes the children in order.
+                    std::reverse(known_.begin() + static_cast<std::ptrdiff_t>(first), known_.end());
+                    forget_last();  // the object's four queries are done
                 }
                 return out;
             }
@@ -89,16 +92,24 @@ public:
 
 protected:
     // During a snapshot walk the host's own path objects are handed back to
-    // it: no new text objects, and the host's dictionaries find them by identity.
+    // it: no new text objects, and the host's dictionaries find them by
+    // identity. The children the host listed wait on a stack, first child on
+    // top, which is the order of a depth-first walk: the object asked for is
+    // on top once the entries above it (objects the walk has finished or
+    // skipped) are dropped. Each entry is dropped once, so a walk in another
+    // order costs new text objects, never more than that.
     nb::object path_object(const std::string& path) const {
         if (walking_) {
-            // The four queries of one object come one after another: the
-            // last answer serves the next three without a lookup.
+            // The four queries of one object come one after another.
             if (last_.is_valid() && std::string_view(path) == last_path_) return last_;
-            if (auto it = known_.find(path); it != known_.end()) {
-                last_path_ = it->first;
-                last_ = it->second;
-                return last_;
+            while (!known_.empty()) {
+                Known top = std::move(known_.back());
+                known_.pop_back();
+                if (top.text == path) {
+                    last_path_ = top.text;
+                    last_ = std::move(top.object);
+                    return last_;
+                }
             }
         }
         return nb::str(path.c_str(), path.size());
@@ -110,7 +121,11 @@ protected:
     mutable bool walking_ = false;
     mutable nb::object last_;
     mutable std::string_view last_path_;
-    mutable std::unordered_map<std::string_view, nb::object> known_;
+    struct Known {
+        std::string_view text;
+        nb::object object;
+    };
+    mutable std::vector<Known> known_;
 };
 
 using PyQueryOp = QueryTrampoline<scene::QueryOp>;
