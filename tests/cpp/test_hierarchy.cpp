@@ -435,3 +435,34 @@ TEST(Virtual, SnapshotKeepsWhatTheHostSaidUntilTheNextUpload) {
     snapshot.offload();
     EXPECT_EQ(snapshot.size(), 0u);
 }
+
+TEST(Virtual, ANewSnapshotOverASmallerOrLargerOneHoldsOnlyItself) {
+    // A new snapshot reuses the entries of the last one: nothing of the
+    // old scene may show through, whichever of the two is larger.
+    auto big = std::make_shared<MemoryScene>();
+    std::vector<std::string> groups;
+    for (int i = 0; i < 300; ++i) {
+        const auto g = big->add("", "grp" + std::to_string(i), "transform");
+        for (int k = 0; k < 3; ++k) big->add(g, "part" + std::to_string(i) + "_" + std::to_string(k), "mesh");
+        groups.push_back(g);
+    }
+    scene::Virtual snapshot(big);
+    snapshot.upload(groups);
+    ASSERT_EQ(snapshot.size(), 1200u);
+    const scene::Paths few(groups.begin() + 10, groups.begin() + 12);
+    snapshot.upload(few);
+    EXPECT_EQ(snapshot.size(), 8u);
+    EXPECT_FALSE(snapshot.object_exists(groups[0]));
+    EXPECT_FALSE(snapshot.object_exists("|grp0|part0_0"));
+    EXPECT_EQ(snapshot.get_children(groups[11]), (scene::Paths{"|grp11|part11_0", "|grp11|part11_1", "|grp11|part11_2"}));
+    EXPECT_EQ(snapshot.find(groups[10])->child_locations.size(), 3u);
+    EXPECT_EQ(snapshot.find("|grp10|part10_2")->child_locations.size(), 0u);
+    EXPECT_EQ(snapshot.get_parent("|grp10|part10_2"), groups[10]);
+    snapshot.upload(few, false);  // the same objects again, read anew
+    EXPECT_EQ(snapshot.size(), 8u);
+    EXPECT_EQ(snapshot.find(groups[10])->child_locations.size(), 3u);
+    snapshot.upload(groups);
+    EXPECT_EQ(snapshot.size(), 1200u);
+    EXPECT_EQ(snapshot.get_type("|grp299|part299_2"), "mesh");
+    EXPECT_EQ(snapshot.get_locations(groups).size(), 300u);
+}

@@ -5,14 +5,18 @@ namespace zerko::scene {
 void Virtual::offload() {
     index_.clear();
     entries_.clear();
+    used_ = 0;
 }
 
 void Virtual::upload(const Paths& roots, bool clear) {
     if (clear) {
         // A new snapshot of a scene is about as large as the last one: the
-        // index is sized once instead of growing step by step.
-        const std::size_t previous = entries_.size();
-        offload();
+        // index is sized once instead of growing step by step, and the old
+        // entries are forgotten but kept, so their memory serves the new
+        // objects instead of being freed and taken again one piece at a time.
+        const std::size_t previous = used_;
+        index_.clear();
+        used_ = 0;
         index_.reserve(previous);
     }
     const auto queries = operator_->begin_queries();
@@ -48,7 +52,8 @@ void Virtual::upload(const Paths& roots, bool clear) {
 }
 
 void Virtual::resolve_children() {
-    for (auto& entry : entries_) {
+    for (std::size_t i = 0; i < used_; ++i) {
+        Entry& entry = entries_[i];
         if (!entry.exists) continue;
         auto& location = entry.location;
         location.child_locations.clear();
@@ -75,8 +80,19 @@ std::pair<Virtual::Entry*, bool> Virtual::upload_one(const std::string& path) {
         entry->location.child_locations.clear();
         again = true;
     } else {
-        entry = &entries_.emplace_back();
-        entry->location.path = path;
+        if (used_ < entries_.size()) {
+            entry = &entries_[used_];
+            entry->exists = false;
+            entry->parent.clear();
+            entry->location.name.clear();
+            entry->location.type.clear();
+            entry->location.children.clear();
+            entry->location.child_locations.clear();
+        } else {
+            entry = &entries_.emplace_back();
+        }
+        ++used_;
+        entry->location.path.assign(path);
         index_.insert(slot, entry);
     }
     const std::string& p = entry->location.path;

@@ -46,7 +46,7 @@ public:
     /// The stored object at `path`, or nullptr when it is unknown or does not exist.
     const Location* find(std::string_view path) const;
 
-    std::size_t size() const noexcept { return entries_.size(); }
+    std::size_t size() const noexcept { return used_; }
     const std::shared_ptr<Operator>& op() const noexcept { return operator_; }
 
 private:
@@ -60,8 +60,11 @@ private:
     void resolve_children();
 
     std::shared_ptr<Operator> operator_;
-    // Entries are never moved once made, so Location pointers stay valid until offload.
+    // Entries are never moved once made, so Location pointers stay valid
+    // until the next snapshot. The first `used_` belong to the snapshot; the
+    // rest are kept from an earlier, larger one, to be reused.
     std::deque<Entry> entries_;
+    std::size_t used_ = 0;
     // Path to entry, by open addressing: one flat table probed linearly,
     // each slot with the path's hash code, so a lookup in a scene of
     // hundreds of thousands of objects touches one or two cache lines
