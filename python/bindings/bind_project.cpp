@@ -9,6 +9,8 @@
 // Every operation that may take the collection's lock, or wait for a shared
 // file, runs without the interpreter lock: another thread may hold the
 // collection's lock while it needs the interpreter to drop a Python object.
+#include <algorithm>
+
 #include "common.hpp"
 #include "zerko/api/api.hpp"
 #include "zerko/export/flags.hpp"
@@ -164,12 +166,84 @@ void bind_rules(nb::handle settings_cls) {
         .def_static("predefined", &Rule::List::predefined);
 
     nb::object tree = make_namespace(rule, "Tree", "The pattern of a record: a forest of rule references.");
+
+    // A node's children as Python sees them: a live sequence over the
+    // node's own list, so `node.children.append(child)` changes the tree.
+    struct Children {
+        NodeBase* owner;
+        std::size_t place(std::ptrdiff_t index, bool insert = false) const {
+            const auto size = static_cast<std::ptrdiff_t>(owner->children.size());
+            if (index < 0) index += size;
+            if (insert) return static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(index, 0, size));
+            if (index < 0 || index >= size) throw nb::index_error("child index out of range");
+            return static_cast<std::size_t>(index);
+        }
+        std::ptrdiff_t find(nb::handle node) const {
+            const auto shared = shared_or_null<Node>(node);
+            const auto& c = owner->children;
+            const auto it = std::find(c.begin(), c.end(), shared);
+            return shared && it != c.end() ? it - c.begin() : -1;
+        }
+    };
+    auto node_of = [](nb::handle value) {
+        auto node = shared_or_null<Node>(value);
+        if (!node) throw TypeError("a rule tree takes Node objects only");
+        return node;
+    };
+    nb::class_<Children>(tree, "_Children", "The children of a rule tree node, in order (a live view).")
+        .def("__len__", [](const Children& c) { return c.owner->children.size(); })
+        .def("__getitem__", [](const Children& c, std::ptrdiff_t i) { return c.owner->children[c.place(i)]; })
+        .def("__setitem__", [node_of](Children& c, std::ptrdiff_t i, nb::handle v) {
+            c.owner->children[c.place(i)] = node_of(v);
+        })
+        .def("__delitem__", [](Children& c, std::ptrdiff_t i) {
+            c.owner->children.erase(c.owner->children.begin() + static_cast<std::ptrdiff_t>(c.place(i)));
+        })
+        .def("__iter__", [](const Children& c) {
+            nb::list out;
+            for (const auto& n : c.owner->children) out.append(nb::cast(n));
+            return nb::iter(out);
+        })
+        .def("__contains__", [](const Children& c, nb::handle v) { return c.find(v) >= 0; })
+        .def("__eq__", [](const Children& c, nb::handle other) {
+            if (!PyList_Check(other.ptr()) && !PyTuple_Check(other.ptr()) && !nb::isinstance<Children>(other)) return false;
+            if (nb::len(other) != c.owner->children.size()) return false;
+            std::size_t i = 0;
+            for (nb::handle item : other) {
+                if (shared_or_null<Node>(item) != c.owner->children[i++]) return false;
+            }
+            return true;
+        })
+        .def("__repr__", [](const Children& c) { return "<children: " + std::to_string(c.owner->children.size()) + ">"; })
+        // As the node's own append: a node already among the children stays once.
+        .def("append", [node_of](Children& c, nb::handle v) { c.owner->append(node_of(v)); }, nb::arg("node").none())
+        .def("insert", [node_of](Children& c, std::ptrdiff_t i, nb::handle v) {
+            c.owner->children.insert(c.owner->children.begin() + static_cast<std::ptrdiff_t>(c.place(i, true)), node_of(v));
+        }, nb::arg("index"), nb::arg("node").none())
+        .def("index", [](const Children& c, nb::handle v) {
+            const auto at = c.find(v);
+            if (at < 0) throw ValueError("node is not a child");
+            return at;
+        }, nb::arg("node").none())
+        .def("remove", [](Children& c, nb::handle v) {
+            const auto at = c.find(v);
+            if (at < 0) throw ValueError("node is not a child");
+            c.owner->children.erase(c.owner->children.begin() + at);
+        }, nb::arg("node").none())
+        .def("pop", [](Children& c, std::ptrdiff_t i) {
+            const auto at = c.place(i);
+            auto node = c.owner->children[at];
+            c.owner->children.erase(c.owner->children.begin() + static_cast<std::ptrdiff_t>(at));
+            return node;
+        }, nb::arg("index") = -1)
+        .def("clear", [](Children& c) { c.owner->clear(); });
+
     nb::class_<NodeBase>(tree, "_Node", nb::dynamic_attr(), "What every node of a rule tree has: its children.")
         .def(nb::init<>())
         .def_prop_rw(
-            "children", [](const NodeBase& n) { return n.children; },
+            "children", [](NodeBase& n) { return Children{&n}; },
             [](NodeBase& n, nb::handle value) {
-                if (!PyList_Check(value.ptr()) && !PyTuple_Check(value.ptr())) return;
+                if (!PyList_Check(value.ptr()) && !PyTuple_Check(value.ptr()) && !nb::isinstance<Children>(value)) return;
                 NodeBase::Children children;
                 for (nb::handle item : value) {
                     auto node = shared_or_null<Node>(item);
@@ -178,7 +252,7 @@ void bind_rules(nb::handle settings_cls) {
                 }
                 n.children = std::move(children);
             },
-            nb::arg("value").none())
+            nb::for_getter(nb::keep_alive<0, 1>()), nb::arg("value").none())
         .def("__str__", &NodeBase::text)
         .def("clear", &NodeBase::clear)
         .def("append", [](NodeBase& n, nb::handle node) { n.append(shared_or_null<Node>(node)); }, nb::arg("node").none())

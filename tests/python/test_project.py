@@ -254,3 +254,24 @@ def test_second_save_during_a_save_returns_at_once(collection, api):
     assert outcome == {"other thread returned": True}
     assert [r.author for r in history] == ["first"] and first.is_selected()
     assert read(project.path)["records"] == {str(first.timestamp): first.data}
+
+
+def test_a_nodes_children_are_a_live_view_of_the_tree():
+    rules = [Rule({"name": name}) for name in ("a", "b", "c")]
+    a, b, c = (Rule.Tree.Node(r) for r in rules)
+    root = Rule.Tree.Root()
+    root.children.append(a)
+    root.children.append(a)  # a node stands once, as with the node's own append
+    root.children.insert(0, b)
+    a.children.append(c)
+    assert root.children == [b, a] and root.children[-1] is a and c in a.children
+    assert root.data == [{"stamp": rules[1].stamp, "children": []},
+                         {"stamp": rules[0].stamp, "children": [{"stamp": rules[2].stamp, "children": []}]}]
+    assert root.children.pop(0) is b and root.children.index(a) == 0
+    with pytest.raises(ValueError):
+        root.children.remove(b)
+    with pytest.raises(TypeError):
+        root.children.append("not a node")
+    view = root.children
+    del root
+    assert len(view) == 1 and view[0] is a  # the view keeps its node alive
