@@ -238,8 +238,8 @@ void bind_classes(nb::handle ns) {
 }
 
 void bind_list(nb::handle ns) {
-    nb::class_<List> list(ns, "_List", "The configured set of checks of a rule or of the scene.");
-    nb::class_<Control>(list, "Control", "One check of a checklist: on or off, and its parameters.")
+    nb::class_<List> list(ns, "_List", nb::dynamic_attr(), "The configured set of checks of a rule or of the scene.");
+    nb::class_<Control>(list, "Control", nb::dynamic_attr(), "One check of a checklist: on or off, and its parameters.")
         .def_rw("name", &Control::name)
         .def_prop_ro("check", [](const Control& c) { return class_object(c.check); })
         .def_rw("parameters", &Control::parameters)
@@ -251,7 +251,7 @@ void bind_list(nb::handle ns) {
              nb::arg("state"))
         .def("save", &Control::save)
         .def("clear", &Control::clear);
-    nb::class_<Category>(list, "Category", "The controls of one category, in order.")
+    nb::class_<Category>(list, "Category", nb::dynamic_attr(), "The controls of one category, in order.")
         .def(nb::init<std::string>(), nb::arg("name"))
         .def_rw("name", &Category::name)
         .def("add", &Category::add, nb::arg("control"))
@@ -283,7 +283,7 @@ void bind_list(nb::handle ns) {
 
 void bind_editor(nb::module_& m) {
     nb::object presets = m.attr("_Settings").attr("Check").attr("Presets");
-    nb::class_<Editor>(presets, "Editor", "The presets joined to a checklist.")
+    nb::class_<Editor>(presets, "Editor", nb::dynamic_attr(), "The presets joined to a checklist.")
         .def("__init__",
              [](Editor* self, std::shared_ptr<settings::Check::Presets> presets, List* check_list) {
                  new (self) Editor(std::move(presets), check_list);
@@ -302,9 +302,9 @@ void bind_editor(nb::module_& m) {
 }
 
 void bind_queue(nb::handle ns) {
-    nb::class_<Queue> queue(ns, "_Queue", "The tasks of a check run with their results.");
-    nb::class_<Task> task(queue, "Task", "One object (or the scene) and the results of its checks.");
-    nb::class_<Result> result(task, "Result", "One check run on one object with one parameter task.");
+    nb::class_<Queue> queue(ns, "_Queue", nb::dynamic_attr(), "The tasks of a check run with their results.");
+    nb::class_<Task> task(queue, "Task", nb::dynamic_attr(), "One object (or the scene) and the results of its checks.");
+    nb::class_<Result> result(task, "Result", nb::dynamic_attr(), "One check run on one object with one parameter task.");
     nb::class_<Task::Results>(result, "List", "The results of a task, in the order of adding.")
         .def(nb::init<>())
         .def("__iter__", [](const Task::Results& r) {

@@ -94,7 +94,7 @@ std::shared_ptr<Config> config_or_null(nb::handle value) {
 }  // namespace
 
 void bind_settings_check(nb::handle settings_class) {
-    nb::class_<Check> check(settings_class, "Check", "One check's settings: on or off, opened, its parameters.");
+    nb::class_<Check> check(settings_class, "Check", nb::dynamic_attr(), "One check's settings: on or off, opened, its parameters.");
     check.def(nb::init<std::string, bool, bool, Document>(), nb::arg("class_id"), nb::arg("enabled"),
               nb::arg("opened"), nb::arg("parameters"))
         .def_static("empty", &Check::empty, nb::arg("class_id"), nb::arg("enabled") = false,
@@ -117,7 +117,7 @@ void bind_settings_check(nb::handle settings_class) {
             return "Check(" + c.class_id + ", enabled=" + (c.enabled ? "True" : "False") + ")";
         });
 
-    nb::class_<Config>(check, "Config", "Checks by class id, with their state and parameters.")
+    nb::class_<Config>(check, "Config", nb::dynamic_attr(), "Checks by class id, with their state and parameters.")
         .def("__init__",
              [](Config* self, nb::handle table) {
                  const Document data = json_or(table, Document::object());
@@ -179,7 +179,7 @@ void bind_settings_check(nb::handle settings_class) {
     check.attr("Directory") = directory_type;
     g_directory_type = directory_type.release();  // kept by the module for its whole life
 
-    nb::class_<DirectoryList> list(check, "_DirectoryList", "The directories to scan, in order.");
+    nb::class_<DirectoryList> list(check, "_DirectoryList", nb::dynamic_attr(), "The directories to scan, in order.");
     list.def("__init__",
              [](DirectoryList* self, nb::handle data) {
                  const Document value = json_or(data, Document::array());
@@ -231,8 +231,8 @@ void bind_settings_check(nb::handle settings_class) {
     nb::handle(g_directory_type).attr("List") = list;
     list.attr("__qualname__") = nb::str("_Settings.Check.Directory.List");
 
-    nb::class_<Presets> presets(check, "Presets", "Named copies of a check configuration, sorted by name.");
-    nb::class_<PresetSet>(presets, "Set", "One preset: a name, a configuration and a stamp for life.")
+    nb::class_<Presets> presets(check, "Presets", nb::dynamic_attr(), "Named copies of a check configuration, sorted by name.");
+    nb::class_<PresetSet>(presets, "Set", nb::dynamic_attr(), "One preset: a name, a configuration and a stamp for life.")
         .def("__init__",
              [](PresetSet* self, Presets* owner, nb::handle name, nb::handle config, std::optional<std::string> stamp,
                 std::optional<double> changed) {
@@ -290,7 +290,7 @@ void bind_settings_check(nb::handle settings_class) {
         }, nb::arg("config").none())
         .def_prop_ro("data", &Presets::data);
 
-    nb::class_<State>(check, "State", "The \"check\" section of settings.json.")
+    nb::class_<State>(check, "State", nb::dynamic_attr(), "The \"check\" section of settings.json.")
         .def("__init__",
              [](State* self, nb::handle data) {
                  const Document value = json_or(data, Document::object());
