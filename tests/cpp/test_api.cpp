@@ -3,8 +3,11 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 #include "zerko/api/api.hpp"
+#include "zerko/check/queue.hpp"
+#include "zerko/parameters/block.hpp"
 #include "zerko/constants/constants.hpp"
 #include "zerko/constants/mask.hpp"
 #include "zerko/foundation/errors.hpp"
@@ -103,6 +106,54 @@ TEST(Api, FallsBackToTheLocalEnvironmentAndShutsDown) {
     api.callbacks().buffer_loaded();
     EXPECT_EQ(fired, 0);
     EXPECT_THROW(api::Api(nullptr, env), TypeError);
+}
+
+TEST(Api, CppHostEmbedsItsChecksBesideTheUsersDirectories) {
+    const auto dir = std::filesystem::temp_directory_path() / "zerko-api-checks-test";
+    std::filesystem::remove_all(dir);
+    std::filesystem::create_directories(dir / "host_checks");
+    std::filesystem::create_directories(dir / "studio");
+    {
+        // The user's settings name one directory of checks.
+        std::ofstream(dir / "settings.json") << R"({"version": 4, "check": {"directories": [{"name": "studio", "path": ")"
+                                             << (dir / "studio").string() << R"("}]}})";
+    }
+    struct Pass : check::Base {
+        void check(const std::string&, parameters::Task&) override {}
+    };
+    auto registry = std::make_shared<check::Registry>();
+    auto make = [](std::string id, std::string category) {
+        check::Attributes attributes;
+        attributes.class_id = std::move(id);
+        attributes.long_name = "Check " + attributes.class_id;
+        attributes.category = std::move(category);
+        return std::make_shared<check::NativeClass>(attributes, nullptr, [] { return std::make_unique<Pass>(); });
+    };
+    registry->add((dir / "host_checks").string(), make("host.one", "mesh"));
+    registry->add((dir / "studio").string(), make("studio.one", "scene"));
+
+    auto scene = std::make_shared<TableScene>();
+    api::Api api(scene, std::make_shared<GoodEnv>(dir.string()),
+                 {registry, (dir / "host_checks" / "checks.so").string()});
+    std::vector<std::string> ids;
+    for (const auto& c : *api.classes()) ids.push_back(c->class_id());
+    EXPECT_EQ(ids, (std::vector<std::string>{"studio.one", "host.one"}));
+    const auto& embedded = api.settings().check().directories->embedded();
+    ASSERT_NE(embedded, nullptr);
+    EXPECT_EQ(embedded->name(), "Default");
+    EXPECT_TRUE(embedded->locked());
+    EXPECT_EQ(api.settings().data()["check"]["directories"].size(), 1u);  // the embedded one is never written
+    EXPECT_EQ(api.hierarchy()->check_classes(), api.classes());
+
+    // The same queue runs the host's class, with the Api's statistics.
+    parameters::Block block;
+    block.load(nullptr);
+    check::Queue::Task::Result result("|a", *api.classes()->get("host.one"), *block.tasks().at(0),
+                                      api.statistics_store(), scene);
+    EXPECT_EQ(result.status(), "pass");
+    EXPECT_EQ(api.statistics().data()["checks"].size(), 1u);
+    api.shutdown();
+    std::filesystem::remove_all(dir);
 }
 
 TEST(Operator, DefaultSelectionScopeRestoresAndAbstractsThrow) {
