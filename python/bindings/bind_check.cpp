@@ -301,6 +301,16 @@ void bind_editor(nb::module_& m) {
         .def("sync_applied", &Editor::sync_applied);
 }
 
+void set_icon(Task& task, nb::handle icon) {
+    task.icon.clear();
+    task.host_icon.reset();
+    if (PyUnicode_Check(icon.ptr())) {
+        task.icon = nb::cast<std::string>(icon);
+    } else if (!icon.is_none()) {
+        task.host_icon = std::make_shared<HeldObject>(nb::borrow(icon));
+    }
+}
+
 void bind_queue(nb::handle ns) {
     nb::class_<Queue> queue(ns, "_Queue", nb::dynamic_attr(), "The tasks of a check run with their results.");
     nb::class_<Task> task(queue, "Task", nb::dynamic_attr(), "One object (or the scene) and the results of its checks.");
@@ -348,14 +358,18 @@ void bind_queue(nb::handle ns) {
                  if (!check_controls.is_none()) {
                      for (nb::handle c : check_controls) controls.push_back(nb::cast<std::shared_ptr<Control>>(c));
                  }
-                 new (self) Task(path, std::move(controls), expect_optional_string(name, "name"),
-                                 expect_optional_string(icon, "icon"));
+                 new (self) Task(path, std::move(controls), expect_optional_string(name, "name"));
+                 set_icon(*self, icon);
              },
              nb::arg("path"), nb::arg("check_controls").none(), nb::arg("name").none() = nb::none(),
              nb::arg("icon").none() = nb::none())
         .def_rw("name", &Task::name)
         .def_rw("path", &Task::path)
-        .def_rw("icon", &Task::icon)
+        // Text stays text for C++ readers; any other object is kept as given.
+        .def_prop_rw("icon", [](const Task& t) -> nb::object {
+            if (t.host_icon) return static_cast<const HeldObject*>(t.host_icon.get())->get();
+            return t.icon.empty() ? nb::none() : nb::object(nb::str(t.icon.c_str(), t.icon.size()));
+        }, [](Task& t, nb::handle icon) { set_icon(t, icon); }, nb::arg("value").none())
         .def_prop_ro("check_controls", [](const Task& t) { return controls_to_list(t.check_controls); })
         .def_prop_ro("results", [](Task& t) -> Task::Results& { return t.results; }, nb::rv_policy::reference_internal)
         .def_prop_ro("empty", &Task::empty)

@@ -319,6 +319,10 @@ def test_queue_runs_python_checks_to_statuses(folders, scene, environment, log):
     queue.clear()
     assert queue.is_empty() and not queue.fix_exists() and len(queue) == 0
     assert Check._Queue.Task("|x", []).status == "pass"
+    # A host's icon comes back as the object it handed in.
+    icon = object()
+    assert Check._Queue.Task("|x", [], icon=icon).icon is icon
+    assert Check._Queue.Task("|x", [], icon="mesh").icon == "mesh"
 
 
 def test_api_embeds_the_hosts_checks_and_rules_get_checklists(folders, scene, environment, tmp_path, monkeypatch):

@@ -68,6 +68,9 @@ public:
     std::string name;  ///< the name given, or the path
     std::string path;
     std::string icon;
+    /// What a host hands in as the icon when it is not text (a host's own
+    /// image object): kept for the host, never read by the core.
+    std::shared_ptr<void> host_icon;
     List::Controls check_controls;
     Results results;
 
