@@ -12,6 +12,7 @@
 #include "zerko/constants/mask.hpp"
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/logger.hpp"
+#include "test_support.hpp"
 
 using namespace zerko;
 
@@ -40,18 +41,10 @@ public:
     // projects and statistics stay abstract: the environment is refused
 };
 
-class GoodEnv : public api::Environment {
+/// An environment that publishes its process variables, as a host's does.
+class GoodEnv : public test_support::DirectoryEnv {
 public:
-    explicit GoodEnv(std::string dir) : dir_(std::move(dir)) { publish(); }
-    std::string target() const override { return "maya"; }
-    std::string scope() const override { return "Maya 2025"; }
-    std::string get_settings_file() const override { return dir_ + "/settings.json"; }
-    std::string get_settings_directory() const override { return dir_; }
-    std::string get_projects_directory() const override { return dir_ + "/projects"; }
-    std::string get_statistics_file() const override { return dir_ + "/statistics.json"; }
-
-private:
-    std::string dir_;
+    explicit GoodEnv(std::string dir) : DirectoryEnv(std::move(dir)) { publish(); }
 };
 
 }  // namespace

@@ -28,23 +28,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class ScratchEnv : public api::Environment {
-public:
-    explicit ScratchEnv(std::string dir) : dir_(std::move(dir)) { fs::create_directories(dir_ + "/projects"); }
-    std::string target() const override { return "maya"; }
-    std::string scope() const override { return "Maya 2025"; }
-    std::string get_settings_file() const override { return dir_ + "/settings.json"; }
-    std::string get_settings_directory() const override { return dir_; }
-    std::string get_projects_directory() const override { return dir_ + "/projects"; }
-    std::string get_statistics_file() const override { return dir_ + "/statistics.json"; }
-
-private:
-    std::string dir_;
-};
-
 struct Workspace {
     ScratchDirectory dir;
-    api::Api api{std::make_shared<scene::Operator>(), std::make_shared<ScratchEnv>(dir.path())};
+    api::Api api{std::make_shared<scene::Operator>(), std::make_shared<test_support::DirectoryEnv>(dir.path())};
     std::string projects = dir / "projects";
 
     std::string path(const std::string& name) const { return projects + "/" + name; }

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "zerko/api/environment.hpp"
 #include "zerko/foundation/logger.hpp"
 
 namespace zerko::test_support {
@@ -40,6 +41,24 @@ public:
 
 private:
     std::string path_;
+};
+
+/// A host environment that keeps everything in one directory, with its
+/// projects directory made.
+class DirectoryEnv : public api::Environment {
+public:
+    explicit DirectoryEnv(std::string dir) : dir_(std::move(dir)) {
+        std::filesystem::create_directories(dir_ + "/projects");
+    }
+    std::string target() const override { return "maya"; }
+    std::string scope() const override { return "Maya 2025"; }
+    std::string get_settings_file() const override { return dir_ + "/settings.json"; }
+    std::string get_settings_directory() const override { return dir_; }
+    std::string get_projects_directory() const override { return dir_ + "/projects"; }
+    std::string get_statistics_file() const override { return dir_ + "/statistics.json"; }
+
+private:
+    std::string dir_;
 };
 
 /// Collects what the library logs while it lives; standard error again after.
