@@ -113,13 +113,17 @@ def _search(directory, container=None, failures=None, scope=""):
         fullname = f"{scope}.{name}" if scope else name
         try:
             module = _load_module(importer, name, scope)
-        except Exception as error:
+        except (Exception, SystemExit) as error:  # a module that exits is a failed import too
             failures.append((fullname, f"{type(error).__name__}: {error}"))
             continue
         if is_package:
             _search(os.path.join(directory, name), container, failures, fullname)
-        for _, member in inspect.getmembers(module, inspect.isclass):
-            container.append(member)
+        try:
+            members = inspect.getmembers(module, inspect.isclass)
+        except Exception as error:
+            failures.append((fullname, f"{type(error).__name__}: {error}"))
+            continue
+        container.extend(member for _, member in members)
     return container, failures
 )PY";
 

@@ -148,13 +148,13 @@ def folders(tmp_path, monkeypatch):
     first = tmp_path / "first"
     second = tmp_path / "second"
     write(first, {"naming.py": NAMING, "denied.py": DENIED, "broken.py": "raise RuntimeError('nope')\n",
-                  "pkg/__init__.py": PACKAGE_INIT, "pkg/helpers.py": PACKAGE_HELPERS, "pkg/deep.py": PACKAGE_DEEP})
+                  "exits.py": "import sys\nsys.exit(3)\n", "pkg/__init__.py": PACKAGE_INIT, "pkg/helpers.py": PACKAGE_HELPERS, "pkg/deep.py": PACKAGE_DEEP})
     write(second, {"second_checks.py": SECOND})
     layer = tmp_path / "layer"
     write(layer, {"base_layer.py": HOST_LAYER})
     monkeypatch.syspath_prepend(str(layer))
     yield first, second
-    for name in ["base_layer", "naming", "denied", "broken", "pkg", "pkg.helpers", "pkg.deep", "second_checks"]:
+    for name in ["base_layer", "naming", "denied", "broken", "exits", "pkg", "pkg.helpers", "pkg.deep", "second_checks"]:
         sys.modules.pop(name, None)
 
 
@@ -174,6 +174,7 @@ def test_discovery_orders_classes_and_costs_only_what_fails(folders, log):
     assert classes.get("nothing") is None
     assert sorted(c.class_id for c in classes.get_denied()) == ["denied.index", "denied.parameters"]
     assert "Import Failed: broken - RuntimeError: nope" in log.messages(logging.WARNING)
+    assert "Import Failed: exits - SystemExit: 3" in log.messages(logging.WARNING)
     # A package is walked into under its dotted name.
     assert sys.modules["pkg.deep"].SceneSize is classes.get("scene.size")
 
