@@ -1,5 +1,6 @@
 #pragma once
-// Random identifiers for stamps and generated file names.
+// What stamps are made of: random identifiers (for rule and preset stamps
+// and generated file names) and the wall-clock time.
 #include <string>
 
 namespace zerko::foundation {

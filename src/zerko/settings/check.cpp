@@ -6,6 +6,7 @@
 #include "zerko/constants/constants.hpp"
 #include "zerko/foundation/naming.hpp"
 #include "zerko/foundation/uuid.hpp"
+#include "zerko/settings/sections.hpp"
 
 namespace zerko::settings {
 
@@ -14,17 +15,8 @@ namespace fs = std::filesystem;
 namespace {
 
 // Stored values of the wrong type read as the default, never as an error:
-// settings.json is edited by people and older versions.
-bool boolean(const Document& object, const char* key, bool fallback) {
-    const auto found = object.find(key);
-    return found != object.end() && found->is_boolean() ? found->get<bool>() : fallback;
-}
-
-std::string text(const Document& object, const char* key) {
-    const auto found = object.find(key);
-    return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
-
+// settings.json is edited by people and older versions. Single values go
+// through the section readers; whole members are taken as they stand.
 const Document& member(const Document& object, const char* key, const Document& fallback) {
     if (!object.is_object()) return fallback;
     const auto found = object.find(key);
@@ -63,8 +55,8 @@ void Check::Config::load(const Document& table) {
     for (const auto& [class_id, record] : table.items()) {
         const Document& object = record.is_object() ? record : kEmptyObject;
         const Document& parameters = member(object, "parameters", kEmptyArray);
-        table_.push_back(std::make_shared<Check>(class_id, boolean(object, "enabled", false),
-                                                 boolean(object, "opened", false),
+        table_.push_back(std::make_shared<Check>(class_id, read_bool(object, "enabled", false),
+                                                 read_bool(object, "opened", false),
                                                  parameters.is_array() ? parameters : kEmptyArray));
     }
 }
@@ -117,8 +109,8 @@ Check::Directory::List::List(const Document& data) {
     if (!data.is_array()) return;
     for (const Document& element : data) {
         if (!element.is_object()) continue;
-        append(std::make_shared<Directory>(text(element, "name"), text(element, "path"),
-                                           boolean(element, "enabled", true)));
+        append(std::make_shared<Directory>(read_text(element, "name", ""), read_text(element, "path", ""),
+                                           read_bool(element, "enabled", true)));
     }
 }
 
@@ -186,9 +178,9 @@ std::shared_ptr<Check::Presets::Set> Check::Presets::Set::load(Presets* owner, c
     const Document& changed = member(object, "changed", kEmptyObject);
     // A stored preset without a stamp keeps the empty one: only a missing
     // value at construction draws a new stamp.
-    return std::make_shared<Set>(owner, text(object, "name"),
+    return std::make_shared<Set>(owner, read_text(object, "name", ""),
                                  std::make_shared<Config>(member(object, "list", kEmptyObject)),
-                                 text(object, "stamp"), changed.is_number() ? changed.get<double>() : 0.0);
+                                 read_text(object, "stamp", ""), changed.is_number() ? changed.get<double>() : 0.0);
 }
 
 void Check::Presets::Set::set_name(std::string_view name) {

@@ -1,14 +1,10 @@
 #include "zerko/statistics/records.hpp"
 
-#include <chrono>
+#include "zerko/foundation/uuid.hpp"
 
 namespace zerko::statistics::type {
 
-double now() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-Document Record::data() const { return Document{{"timestamp", now()}}; }
+Document Record::data() const { return Document{{"timestamp", foundation::wall_time()}}; }
 
 Document Validate::data() const {
     Document out = Document::object();

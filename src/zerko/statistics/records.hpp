@@ -12,9 +12,6 @@ namespace zerko::statistics::type {
 
 using Document = nlohmann::ordered_json;
 
-/// Wall-clock seconds since the epoch, with fraction.
-double now();
-
 /// A record with no content of its own: its timestamp is the moment its data is read.
 class Record {
 public:
@@ -22,7 +19,7 @@ public:
     virtual ~Record() = default;
     /// The category under which the store keeps the record.
     virtual std::string_view key() const { return category; }
-    /// {"timestamp": now()}.
+    /// {"timestamp": the wall-clock time}.
     virtual Document data() const;
 };
 
