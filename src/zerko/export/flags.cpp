@@ -2,16 +2,6 @@
 
 namespace zerko::export_ {
 
-namespace {
-
-bool flag(const Document& data, const char* key) {
-    if (!data.is_object()) return false;
-    auto found = data.find(key);
-    return found != data.end() && found->is_boolean() && found->get<bool>();
-}
-
-}  // namespace
-
 Document Flags::data() const {
     Document result = Document::object();
     result["automatic_uv"] = automatic_uv;
@@ -22,10 +12,10 @@ Document Flags::data() const {
 }
 
 void Flags::load(const Document& data) {
-    automatic_uv = flag(data, "automatic_uv");
-    triangulate = flag(data, "triangulate");
-    reset_xforms = flag(data, "reset_xforms");
-    version_control = flag(data, "version_control");
+    automatic_uv = file::read_bool(data, "automatic_uv", false);
+    triangulate = file::read_bool(data, "triangulate", false);
+    reset_xforms = file::read_bool(data, "reset_xforms", false);
+    version_control = file::read_bool(data, "version_control", false);
 }
 
 }  // namespace zerko::export_

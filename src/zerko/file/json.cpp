@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <limits>
 #include <memory>
 
 #include "zerko/foundation/assertions.hpp"
@@ -139,6 +140,37 @@ void Json::write(const std::string& path, Document data) {
     }
     std::FILE* raw = f.release();
     if (std::fclose(raw) != 0) throw FileNotFoundError(errno ? errno : EIO, path);
+}
+
+namespace {
+const Document* find_key(const Document& object, const char* key) {
+    if (!object.is_object()) return nullptr;
+    const auto it = object.find(key);
+    return it == object.end() ? nullptr : &*it;
+}
+}  // namespace
+
+bool read_bool(const Document& object, const char* key, bool fallback) {
+    const auto* value = find_key(object, key);
+    return value && value->is_boolean() ? value->get<bool>() : fallback;
+}
+
+int read_int(const Document& object, const char* key, int fallback) {
+    const auto* value = find_key(object, key);
+    if (!value || !value->is_number_integer()) return fallback;
+    const auto n = value->get<std::int64_t>();
+    if (n < std::numeric_limits<int>::min() || n > std::numeric_limits<int>::max()) return fallback;
+    return static_cast<int>(n);
+}
+
+std::string read_text(const Document& object, const char* key, std::string_view fallback) {
+    const auto* value = find_key(object, key);
+    return value && value->is_string() ? value->get<std::string>() : std::string(fallback);
+}
+
+Document read_section(const Document& data, const char* key) {
+    const auto* value = find_key(data, key);
+    return value && value->is_object() ? *value : Document::object();
 }
 
 }  // namespace zerko::file

@@ -56,4 +56,13 @@ struct Json {
     class AccessQueue;
 };
 
+// Reading one key of a stored document with a fixed fallback. A key that is
+// absent, a document that is no object, or a value of another kind all give
+// the fallback: a damaged file must not stop the program.
+bool read_bool(const Document& object, const char* key, bool fallback);
+int read_int(const Document& object, const char* key, int fallback);
+std::string read_text(const Document& object, const char* key, std::string_view fallback);
+/// The object under `key`, or an empty object.
+Document read_section(const Document& data, const char* key);
+
 }  // namespace zerko::file

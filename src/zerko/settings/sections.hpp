@@ -1,24 +1,22 @@
 #pragma once
-// The "workspace" and "export" sections of settings.json, and the reading of
-// one key with its fixed fallback, shared by every section.
+// The "workspace" and "export" sections of settings.json.
 #include <string>
 #include <string_view>
 
 #include <nlohmann/json.hpp>
 
 #include "zerko/constants/constants.hpp"
+#include "zerko/file/json.hpp"
 
 namespace zerko::settings {
 
 using Document = nlohmann::ordered_json;
 
-// A key that is absent, a section that is no object, or a value of another
-// kind all give the fallback: a damaged file must not stop the program.
-bool read_bool(const Document& section, const char* key, bool fallback);
-int read_int(const Document& section, const char* key, int fallback);
-std::string read_text(const Document& section, const char* key, std::string_view fallback);
-/// The section `key` of the file, or an empty object.
-Document read_section(const Document& data, const char* key);
+// Every section reads its keys with the fixed fallbacks of the JSON layer.
+using file::read_bool;
+using file::read_int;
+using file::read_section;
+using file::read_text;
 
 class Workspace {
 public:
