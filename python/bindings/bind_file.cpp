@@ -12,12 +12,14 @@ namespace {
 
 using file::Json;
 
-/// A path argument: text, or anything os.fspath turns into text.
+/// A path argument: text, or anything os.fspath turns into text. A NUL in
+/// it is refused here, before anything is opened.
 std::string path_text(nb::handle value) {
-    if (PyUnicode_Check(value.ptr())) return nb::cast<std::string>(value);
-    nb::object path = nb::module_::import_("os").attr("fspath")(value);
+    nb::object path = PyUnicode_Check(value.ptr()) ? nb::borrow(value) : nb::module_::import_("os").attr("fspath")(value);
     if (!PyUnicode_Check(path.ptr())) throw TypeError("path must be text");
-    return nb::cast<std::string>(path);
+    std::string text = nb::cast<std::string>(path);
+    file::assert_path(text);
+    return text;
 }
 
 /// The guard with the document as Python sees it: the body mutates that

@@ -5,8 +5,8 @@
 
 namespace zerko::py {
 
-nlohmann::ordered_json to_json_result(nb::handle v, const char* what) {
-    if (v.is_none()) return nlohmann::ordered_json::array();
+zerko::JsonDocument to_json_result(nb::handle v, const char* what) {
+    if (v.is_none()) return zerko::JsonDocument::array();
     try {
         return to_json(v);
     } catch (const TypeError& e) {
@@ -79,7 +79,7 @@ std::unique_ptr<scene::SelectionScope> PyOperator::selection_manager() {
 }
 
 void PyOperator::export_(const scene::Paths& roots, const std::string& file_path, const std::string& type,
-                         const nlohmann::ordered_json& args, bool automatic_uv, bool triangulate, bool reset_xforms) {
+                         const zerko::JsonDocument& args, bool automatic_uv, bool triangulate, bool reset_xforms) {
     nb::gil_scoped_acquire gil;
     nanobind::detail::ticket t(nb_trampoline, "export", nanobind::detail::str_hash("export"), false);
     if (t.key.is_valid()) {

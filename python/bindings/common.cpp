@@ -1,5 +1,6 @@
 #include "common.hpp"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -7,39 +8,68 @@
 
 namespace zerko::py {
 
-using json = nlohmann::ordered_json;
+using json = JsonDocument;
 
-json to_json(nb::handle v) {
-    if (v.is_none()) return nullptr;
-    if (PyBool_Check(v.ptr())) return v.ptr() == Py_True;
-    if (PyLong_Check(v.ptr())) {
-        int overflow = 0;
-        const long long n = PyLong_AsLongLongAndOverflow(v.ptr(), &overflow);
-        if (overflow == 0) return static_cast<std::int64_t>(n);
-        const unsigned long long u = PyLong_AsUnsignedLongLong(v.ptr());
-        if (PyErr_Occurred()) {
-            PyErr_Clear();
-            throw TypeError("integer out of range for JSON");
+namespace {
+
+// Walks a Python value into JSON. `open` holds the containers being walked
+// (at most the depth limit of them): meeting one of them again is a cycle,
+// which would otherwise recurse until the stack runs out.
+class ToJson {
+public:
+    json value(nb::handle v) {
+        if (v.is_none()) return nullptr;
+        if (PyBool_Check(v.ptr())) return v.ptr() == Py_True;
+        if (PyLong_Check(v.ptr())) {
+            int overflow = 0;
+            const long long n = PyLong_AsLongLongAndOverflow(v.ptr(), &overflow);
+            if (overflow == 0) return static_cast<std::int64_t>(n);
+            const unsigned long long u = PyLong_AsUnsignedLongLong(v.ptr());
+            if (PyErr_Occurred()) {
+                PyErr_Clear();
+                throw TypeError("integer out of range for JSON");
+            }
+            return static_cast<std::uint64_t>(u);
         }
-        return static_cast<std::uint64_t>(u);
+        if (PyFloat_Check(v.ptr())) return PyFloat_AS_DOUBLE(v.ptr());
+        if (PyUnicode_Check(v.ptr())) return nb::cast<std::string>(v);
+        const bool is_dict = PyDict_Check(v.ptr());
+        if (!is_dict && !PyList_Check(v.ptr()) && !PyTuple_Check(v.ptr())) {
+            throw TypeError(std::string("value of type ") + Py_TYPE(v.ptr())->tp_name + " is not JSON-shaped");
+        }
+        if (std::find(open_.begin(), open_.end(), v.ptr()) != open_.end()) {
+            throw ValueError("Circular reference detected");
+        }
+        if (open_.size() >= json_depth_limit) {
+            throw ValueError("JSON value nested deeper than " + std::to_string(json_depth_limit) + " levels");
+        }
+        open_.push_back(v.ptr());
+        json out = is_dict ? object(v) : array(v);
+        open_.pop_back();
+        return out;
     }
-    if (PyFloat_Check(v.ptr())) return PyFloat_AS_DOUBLE(v.ptr());
-    if (PyUnicode_Check(v.ptr())) return nb::cast<std::string>(v);
-    if (PyDict_Check(v.ptr())) {
+
+private:
+    json object(nb::handle v) {
         json out = json::object();
         for (auto [key, item] : nb::borrow<nb::dict>(v)) {
             if (!PyUnicode_Check(key.ptr())) throw TypeError("JSON object keys must be strings");
-            out[nb::cast<std::string>(key)] = to_json(item);
+            out[nb::cast<std::string>(key)] = value(item);
         }
         return out;
     }
-    if (PyList_Check(v.ptr()) || PyTuple_Check(v.ptr())) {
+    json array(nb::handle v) {
         json out = json::array();
-        for (nb::handle item : v) out.push_back(to_json(item));
+        for (nb::handle item : v) out.push_back(value(item));
         return out;
     }
-    throw TypeError(std::string("value of type ") + Py_TYPE(v.ptr())->tp_name + " is not JSON-shaped");
-}
+
+    std::vector<PyObject*> open_;
+};
+
+}  // namespace
+
+json to_json(nb::handle v) { return ToJson().value(v); }
 
 nb::object from_json(const json& v) {
     switch (v.type()) {

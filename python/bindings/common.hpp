@@ -12,7 +12,8 @@
 #include <nanobind/stl/vector.h>
 #include <nanobind/trampoline.h>
 
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/errors.hpp"
+#include "zerko/foundation/json_document.hpp"
 
 #include "zerko/foundation/errors.hpp"
 #include <string>
@@ -58,10 +59,12 @@ private:
 };
 
 /// Python value (None, bool, int, float, str, dict with str keys, list,
-/// tuple) to JSON, key order kept. Throws zerko::TypeError for anything else.
-nlohmann::ordered_json to_json(nb::handle value);
+/// tuple) to JSON, key order kept. Throws zerko::TypeError for anything else,
+/// and zerko::ValueError for a container that contains itself or nesting
+/// deeper than the library's limit.
+zerko::JsonDocument to_json(nb::handle value);
 /// JSON to plain Python values.
-nb::object from_json(const nlohmann::ordered_json& value);
+nb::object from_json(const zerko::JsonDocument& value);
 
 /// A class that only groups names, like a namespace (`Scene`, `Error`).
 nb::object make_namespace(nb::handle parent, const char* name, const char* doc = "");
@@ -90,19 +93,24 @@ bool overrides(nb::handle self, nb::handle base, const char* name);
 // JSON-shaped values cross as plain Python values, with key order kept.
 namespace nanobind::detail {
 template <>
-struct type_caster<nlohmann::ordered_json> {
-    NB_TYPE_CASTER(nlohmann::ordered_json, const_name("object"))
+struct type_caster<zerko::JsonDocument> {
+    NB_TYPE_CASTER(zerko::JsonDocument, const_name("object"))
 
-    bool from_python(handle src, uint8_t, cleanup_list*) noexcept {
+    // A value of the wrong shape lets another overload try; a cycle or a
+    // too deep value is an error of its own and reaches the caller as such.
+    bool from_python(handle src, uint8_t, cleanup_list*) {
         try {
             value = zerko::py::to_json(src);
             return true;
+        } catch (const zerko::ValueError&) {
+            PyErr_Clear();
+            throw;
         } catch (...) {
             PyErr_Clear();
             return false;
         }
     }
-    static handle from_cpp(const nlohmann::ordered_json& v, rv_policy, cleanup_list*) noexcept {
+    static handle from_cpp(const zerko::JsonDocument& v, rv_policy, cleanup_list*) noexcept {
         try {
             return zerko::py::from_json(v).release();
         } catch (...) {

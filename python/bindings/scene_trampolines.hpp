@@ -40,7 +40,7 @@ nb::object call_method(nb::handle self, nb::handle name, const Args&... args) {
 
 inline bool to_bool(nb::handle v, const char*) { return PyObject_IsTrue(v.ptr()) == 1; }
 inline void to_void(nb::handle, const char*) {}
-nlohmann::ordered_json to_json_result(nb::handle v, const char* what);
+zerko::JsonDocument to_json_result(nb::handle v, const char* what);
 
 /// Shared overrides of the four query operations.
 template <typename Base>
@@ -153,7 +153,7 @@ public:
     }
     void delete_callbacks() override { ZERKO_OVERRIDE("delete_callbacks", to_void, Base::delete_callbacks()); }
     void export_(const scene::Paths& roots, const std::string& file_path, const std::string& type,
-                 const nlohmann::ordered_json& args, bool automatic_uv, bool triangulate, bool reset_xforms) override;
+                 const zerko::JsonDocument& args, bool automatic_uv, bool triangulate, bool reset_xforms) override;
     std::string get_current_file() const override {
         ZERKO_OVERRIDE("get_current_file", expect_optional_string, Base::get_current_file());
     }
@@ -166,10 +166,10 @@ public:
         ZERKO_OVERRIDE("file_dialog", expect_optional_string, Base::file_dialog(starting, caption, file_filter),
                        starting, caption, file_filter);
     }
-    nlohmann::ordered_json query_filedata() const override {
+    zerko::JsonDocument query_filedata() const override {
         ZERKO_OVERRIDE("query_filedata", to_json_result, Base::query_filedata());
     }
-    void embed_filedata(const nlohmann::ordered_json& data) override {
+    void embed_filedata(const zerko::JsonDocument& data) override {
         ZERKO_OVERRIDE("embed_filedata", to_void, Base::embed_filedata(data), from_json(data));
     }
     void erase_filedata() override { ZERKO_OVERRIDE("erase_filedata", to_void, Base::erase_filedata()); }

@@ -141,7 +141,7 @@ TEST(AccessQueue, ScopeReadsWritesAndAlwaysGivesItsPlaceUp) {
     EXPECT_EQ(listing(dir.path()), (std::set<std::string>{"t.json", "folder.json"}));
 }
 
-TEST(AccessQueue, TicketNamesFollowTheUnescapedPatternAndDeadOnesAreSwept) {
+TEST(AccessQueue, TicketNamesArePlainPrefixesAndDeadOnesAreSwept) {
     ScratchDirectory dir;
     for (const char* name : {"target.json.id.12", "target.json.id.x", "targetxjson.id.12", "other.target.json.id.12",
                              "target.json.id.34.bak", "target.json.id.99"}) {
@@ -150,8 +150,7 @@ TEST(AccessQueue, TicketNamesFollowTheUnescapedPatternAndDeadOnesAreSwept) {
     age(dir / "target.json.id.99", 100.0);
     auto sequence = Json::AccessQueue(dir / "target.json").get_editors_sequence();
     std::sort(sequence.begin(), sequence.end());
-    EXPECT_EQ(sequence, (std::vector<std::string>{dir / "target.json.id.12", dir / "target.json.id.34.bak",
-                                                  dir / "targetxjson.id.12"}));
+    EXPECT_EQ(sequence, (std::vector<std::string>{dir / "target.json.id.12", dir / "target.json.id.34.bak"}));
     EXPECT_FALSE(fs::exists(dir / "target.json.id.99"));
 }
 
@@ -234,4 +233,61 @@ TEST(AccessQueue, ForkedWritersLoseNoUpdate) {
     }
     EXPECT_EQ(Json::read(path)["count"], processes * rounds);
     EXPECT_EQ(listing(dir.path()), std::set<std::string>{"shared.json"});
+}
+
+TEST(JsonDocument, KeepsInsertionOrderAndFindsKeysPastTheIndexThreshold) {
+    // Enough keys for the hash index, with erasures and a copy in between, so
+    // that a stale index would answer wrong positions.
+    Document object = Document::object();
+    for (int i = 0; i < 100; ++i) object["k" + std::to_string(99 - i)] = i;
+    EXPECT_EQ(object.begin().key(), "k99");
+    object.erase("k50");
+    object.erase("k99");
+    Document copy = object;
+    copy["k50"] = "back";
+    object["new"] = true;
+    for (int i = 0; i < 100; ++i) {
+        const std::string key = "k" + std::to_string(i);
+        if (i == 50 || i == 99) {
+            EXPECT_FALSE(object.contains(key)) << key;
+        } else {
+            EXPECT_EQ(object.at(key), 99 - i) << key;
+            EXPECT_EQ(copy.at(key), 99 - i) << key;
+        }
+    }
+    EXPECT_EQ(copy.at("k50"), "back");
+    EXPECT_EQ((--copy.end()).key(), "k50");
+    EXPECT_EQ(object.begin().key(), "k98");
+    EXPECT_EQ((--object.end()).key(), "new");
+    EXPECT_EQ(object.size(), 99u);
+    // Equality follows the order of the keys, as the written text does.
+    EXPECT_NE(Document::parse(R"({"a": 1, "b": 2})"), Document::parse(R"({"b": 2, "a": 1})"));
+    EXPECT_EQ(Json::dumps(Document::parse(R"({"b": 1, "a": {"d": [], "c": null}})")),
+              "{\n  \"b\": 1,\n  \"a\": {\n    \"d\": [],\n    \"c\": null\n  }\n}");
+}
+
+TEST(JsonFile, TextNestedBeyondTheLimitIsRefusedWhereItGoesTooDeep) {
+    const auto nested = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+    EXPECT_NO_THROW(Json::parse(nested(json_depth_limit)));
+    try {
+        Json::parse("{\"a\": \"[[[[\", \"b\": " + nested(30000) + "}");
+        FAIL() << "parsed";
+    } catch (const file::JsonDecodeError& e) {
+        EXPECT_EQ(e.position(), 18u + json_depth_limit);  // brackets inside the string do not count
+    }
+}
+
+TEST(FileUtilities, OnlyPlainFileNamesAndPathsWithoutNulPass) {
+    for (const std::string_view name : {"a.json", "Сцена_0a1b2c3d.json", "..a", "a..json", "c++ (1).json"}) {
+        EXPECT_TRUE(file::is_plain_filename(name)) << name;
+    }
+    using namespace std::string_view_literals;
+    for (const std::string_view name : {""sv, "."sv, ".."sv, "../a.json"sv, "a/b.json"sv, "/abs.json"sv, "a\\b.json"sv,
+                                        "C:a.json"sv, "good.json\0"sv, "a\0.json"sv}) {
+        EXPECT_FALSE(file::is_plain_filename(name)) << name;
+        EXPECT_THROW(file::assert_plain_filename(name), ValueError);
+    }
+    EXPECT_NO_THROW(file::assert_path("/tmp/a b/c.json"));
+    EXPECT_THROW(file::assert_path("a.json\0.bak"sv), ValueError);
+    EXPECT_THROW(Json::AccessQueue("a.json\0.bak"sv), ValueError);
 }

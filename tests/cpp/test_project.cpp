@@ -256,14 +256,14 @@ TEST(ProjectDocument, FileNamesVersionsAndUnreadableFiles) {
     LogCapture log;
     ScratchDirectory::put(ws.path("list.json"), "[1, 2]");
     EXPECT_EQ(Settings::open(ws.path("list.json")), Document::object());
-    EXPECT_TRUE(log.has(LogLevel::Warning, "Incompatible Project File"));
-    EXPECT_TRUE(fs::exists(ws.path("list.json")));
+    EXPECT_TRUE(log.has(LogLevel::Error, "Read Corrupted Project: " + ws.path("list.json")));
+    EXPECT_FALSE(fs::exists(ws.path("list.json")));
     ScratchDirectory::put(ws.path("broken.json"), "{\"name\": ");
     const auto broken = Settings::init(nullptr, ws.path("broken.json"));
     EXPECT_EQ(broken->version, -1);
     EXPECT_TRUE(log.has(LogLevel::Error, "Read Corrupted Project: " + ws.path("broken.json")));
     EXPECT_FALSE(fs::exists(ws.path("broken.json")));
-    EXPECT_EQ(std::distance(fs::directory_iterator(ws.projects + "/.corrupted"), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(ws.projects + "/.corrupted"), fs::directory_iterator()), 2);
 
     // The change check follows the size in one direction only.
     const auto other = Settings::init(nullptr, ws.path("old.json"));

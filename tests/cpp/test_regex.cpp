@@ -8,13 +8,13 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/json_document.hpp"
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace rx = zerko::regex;
-using Json = nlohmann::ordered_json;
+using Json = zerko::JsonDocument;
 
 namespace {
 

@@ -62,17 +62,17 @@ TEST(SettingsStore, UnusableFilesGiveDefaultsAndOnlyBrokenOnesMove) {
     EXPECT_TRUE(log.has(LogLevel::Warning, "Incompatible Settings Version - 3"));
     EXPECT_EQ(ScratchDirectory::get(path), older);  // ignored, not moved
 
-    ScratchDirectory::put(path, R"([{"version": 4}])");
+    ScratchDirectory::put(path, R"([{"version": 4}])");  // JSON, but no settings: quarantined
     EXPECT_EQ(Settings(path, "", "").data().dump(), defaults);
-    EXPECT_TRUE(log.has(LogLevel::Warning, "Incompatible Settings File"));
-    EXPECT_FALSE(fs::exists(dir / ".corrupted"));
+    EXPECT_TRUE(log.has(LogLevel::Error, "Read Corrupted Settings: " + path));
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir / ".corrupted"), fs::directory_iterator()), 1);
 
     ScratchDirectory::put(path, R"({"version": 4, "workspace": )");
     Settings broken(path, "", "");
     EXPECT_EQ(broken.data().dump(), defaults);
     EXPECT_TRUE(log.has(LogLevel::Error, "Read Corrupted Settings: " + path));
     EXPECT_FALSE(fs::exists(path));
-    EXPECT_TRUE(fs::is_directory(dir / ".corrupted"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir / ".corrupted"), fs::directory_iterator()), 2);
     broken.write();
     EXPECT_EQ(file::Json::read(path).dump(), defaults);
 

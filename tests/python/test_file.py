@@ -141,3 +141,130 @@ def test_killed_holder_delays_others_until_its_markers_age_out(tmp_path):
     assert data["count"] == 9 and "held" not in data
     assert 4.0 < min(at for _, at in data["log"]) - born < 5.5  # nobody went in before the markers died
     assert os.listdir(tmp_path) == ["shared.json"]
+
+
+# ---- Values and files that must not crash, hang or reach the wrong file ----
+
+def isolated(script, *args, timeout=60):
+    """Runs `script` in its own interpreter: a crash or a hang there is a failed test here."""
+    process = spawn(script, *args)
+    try:
+        out, err = process.communicate(timeout=timeout)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.communicate()
+        pytest.fail(f"hung for {timeout} s")
+    assert process.returncode == 0, err
+    return out
+
+
+UNWRITABLE = """
+import sys, zerko
+path = sys.argv[1]
+looped = [1]; looped.append(looped)
+ring = {"a": {}}; ring["a"]["b"] = ring
+deep = []
+for _ in range(100000):
+    deep = [deep]
+writers = {
+    "write": lambda v: zerko._File.Json.write(path, v),
+    "options": lambda v: zerko.Parameters.Options("fbx", "FBX").load(v),
+    "workspace": lambda v: zerko._Settings.Workspace({"project": v}),
+}
+for name, value in [("loop", looped), ("ring", ring), ("deep", deep)]:
+    for where, write in writers.items():
+        try:
+            write(value)
+            print(where, name, "accepted")
+        except ValueError as e:
+            print(where, name, type(e).__name__, e)
+"""
+
+
+def test_self_containing_or_too_deep_values_are_refused_clearly(tmp_path):
+    path = tmp_path / "a.json"
+    path.write_text("{}", encoding="utf-8")
+    lines = isolated(UNWRITABLE, path).splitlines()
+    assert len(lines) == 9
+    for line in lines:
+        where, name, verdict = line.split(" ", 2)
+        if name == "deep":
+            assert verdict.startswith("ValueError JSON value nested deeper than 512 levels"), line
+        else:
+            assert verdict == "ValueError Circular reference detected", line
+    assert path.read_text(encoding="utf-8") == "{}"
+    # The limit itself is allowed.
+    nested = []
+    for _ in range(511):
+        nested = [nested]
+    _File.Json.write(str(path), nested)
+    assert json.loads(path.read_text(encoding="utf-8")) == nested
+
+
+DEEP_FILES = """
+import sys, zerko
+sys.path.insert(0, sys.argv[1])
+from host_layer import MemoryScene, PipelineEnvironment
+environment = PipelineEnvironment(sys.argv[2])
+try:
+    zerko._File.Json.read(sys.argv[3])
+except ValueError as e:
+    print("read", type(e).__name__)
+api = zerko.Api(MemoryScene({}), environment)
+print("settings", api.settings.data["version"])
+"""
+
+
+def test_deeply_nested_files_are_quarantined_like_any_corrupt_file(tmp_path):
+    examples = os.path.join(os.path.dirname(__file__), "..", "..", "examples")
+    settings = tmp_path / "settings"
+    (settings / "projects").mkdir(parents=True)
+    deep = "[" * 100000 + "]" * 100000
+    for name in ["settings.json", "statistics.json", "projects/deep.json"]:
+        (settings / name).write_text(deep, encoding="utf-8")
+    (tmp_path / "read.json").write_text("[" * 30000 + "]" * 30000, encoding="utf-8")
+    out = isolated(DEEP_FILES, examples, settings, tmp_path / "read.json").splitlines()
+    assert out == ["read JSONDecodeError", "settings 4"]
+    assert len(os.listdir(settings / ".corrupted")) == 2
+    assert len(os.listdir(settings / "projects" / ".corrupted")) == 1
+
+
+def test_paths_with_a_null_character_are_refused_before_anything_is_touched(tmp_path, log):
+    good = tmp_path / "a.json"
+    good.write_text('{"kept": true}', encoding="utf-8")
+    base = str(good)
+    start = time.monotonic()
+    for bad in [base + "\0.bak", base + "\0", str(tmp_path) + "/\0a.json"]:
+        with pytest.raises(ValueError, match="embedded null character"):
+            with _File.Json.AccessQueue(bad, write=True, access_timeout=1.0) as data:
+                data["lost"] = True
+        with pytest.raises(ValueError, match="embedded null character"):
+            _File.Json.write(bad, {})
+        with pytest.raises(ValueError, match="embedded null character"):
+            _File.Json.read(bad)
+        with pytest.raises(ValueError, match="embedded null character"):
+            _File.Text.read(bad)
+        _File.move_corrupted(bad)  # never raises; logs
+    assert time.monotonic() - start < 0.5
+    assert os.listdir(tmp_path) == ["a.json"] and good.read_text(encoding="utf-8") == '{"kept": true}'
+    assert sum("embedded null character" in m for m in log.messages(40)) == 3
+
+
+def test_targets_whose_names_hold_pattern_characters_find_their_own_tickets(tmp_path):
+    for name in ["Rocks (copy).json", "c++.json", "a[1].json", "weird(.json", "x$^|?*.json"]:
+        path = tmp_path / name
+        for round in range(2):
+            with _File.Json.AccessQueue(str(path), write=True, access_timeout=1.0) as data:
+                data["n"] = round
+        assert json.loads(path.read_text(encoding="utf-8")) == {"n": 1}
+    assert sorted(os.listdir(tmp_path)) == sorted(
+        ["Rocks (copy).json", "c++.json", "a[1].json", "weird(.json", "x$^|?*.json"])
+
+
+def test_quarantine_keeps_every_file_moved_within_one_second(tmp_path):
+    for text in ["{1", "{2", "{3"]:
+        (tmp_path / "p.json").write_text(text, encoding="utf-8")
+        _File.move_corrupted(str(tmp_path / "p.json"))
+    quarantine = tmp_path / ".corrupted"
+    kept = sorted((quarantine / name).read_text(encoding="utf-8") for name in os.listdir(quarantine))
+    assert kept == ["{1", "{2", "{3"]

@@ -275,3 +275,46 @@ def test_a_nodes_children_are_a_live_view_of_the_tree():
     view = root.children
     del root
     assert len(view) == 1 and view[0] is a  # the view keeps its node alive
+
+
+def test_project_file_names_stay_plain_names_inside_the_projects_directory(api, environment, collection, log):
+    directory = environment.get_projects_directory()
+    settings_file = environment.get_settings_file()
+    put(directory, "good.json", "Good", 100.0)
+    before = {name: read(os.path.join(directory, name)) for name in os.listdir(directory)}
+    settings_before = open(settings_file, encoding="utf-8").read() if os.path.exists(settings_file) else None
+    outside = os.path.join(os.path.dirname(directory), "escaped.json")
+    for filename in ["good.json\0", "../settings.json", "../escaped.json", outside, "sub/x.json", "..", "."]:
+        project = Settings(collection, directory, filename, {"name": "Bad", "version": 3, "target": "maya",
+                                                             "filename": filename})
+        with pytest.raises(ValueError, match="not a plain file name"):
+            project.save()
+    assert not os.path.exists(outside)
+    assert {name: read(os.path.join(directory, name)) for name in os.listdir(directory)} == before
+    if settings_before is not None:
+        assert open(settings_file, encoding="utf-8").read() == settings_before
+
+    # Names from the wire: the bad ones are logged and refused, the rest are synchronised.
+    wire = [{"name": "Wire", "records": {}, "version": 3, "target": "maya", "edit_timestamp": 500.0,
+             "filename": name} for name in ["../escaped.json", outside, "a/b.json", "", "new.json"]]
+    collection.accept_http_response([read(os.path.join(directory, "good.json"))] + wire)
+    assert not os.path.exists(outside)
+    assert sorted(os.listdir(directory)) == ["good.json", "new.json"]
+    assert sum(m.startswith("Project Refused") for m in log.messages(30)) == 4
+
+
+def test_one_damaged_project_file_costs_that_project_alone(api, environment, log):
+    directory = environment.get_projects_directory()
+    put(directory, "good.json", "Good", 100.0)
+    put(directory, "range.json", "Range", 100.0,
+        records={"1700000000": {"rules": [{"name": "r", "range": "x"}], "pattern": []}})
+    put(directory, "key.json", "Key", 100.0, records={"9" * 1_000_000: {}})
+    put(directory, "escape.json", "Escape", 100.0)
+    escape = read(os.path.join(directory, "escape.json"))
+    escape["filename"] = "../settings.json"
+    with open(os.path.join(directory, "escape.json"), "w", encoding="utf-8") as f:
+        json.dump(escape, f)
+    collection = _Project.Collection(api, "maya")
+    assert "Good" in collection.names and "Escape" not in collection.names
+    skipped = [m for m in log.messages() if m.startswith("Project Skipped")]
+    assert all(any(name in m for m in skipped) for name in ["escape.json", "range.json", "key.json"])

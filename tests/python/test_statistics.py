@@ -82,3 +82,24 @@ def test_two_processes_merge_without_duplicates(environment):
     assert sorted(r["timestamp"] for r in checks) == sorted([1000.0 + i for i in range(6)] + [2000.0 + i for i in range(6)])
     assert all(r["name"] == "Имя" for r in checks)
     assert sorted(os.listdir(directory)) == ["projects", "statistics.json"]
+
+
+def test_a_file_of_another_kind_is_quarantined_and_writing_resumes(environment, log):
+    path = environment.get_statistics_file()
+    quarantine = os.path.join(os.path.dirname(path), ".corrupted")
+    # Found at start-up, found at writing (another process put it there), and a category of the wrong kind.
+    for found_at, text in [("start", "[1, 2]"), ("start", "null"), ("write", "5"), ("write", '{"validate": 3}')]:
+        if found_at == "start":
+            with open(path, "w", encoding="utf-8") as f:
+                f.write(text)
+        store = _Statistics(environment)
+        if found_at == "write":
+            with open(path, "w", encoding="utf-8") as f:
+                f.write(text)
+        store.add(_Statistics.Type.Validate(1.0, 0.5))
+        store.write()
+        with open(path, encoding="utf-8") as f:
+            assert json.load(f)["validate"] == [{"project": None, "timestamp": 1.0, "speed": 0.5}], text
+        os.remove(path)
+    assert len(os.listdir(quarantine)) == 4
+    assert sum(m.startswith("Read Corrupted Statistics") for m in log.messages(40)) == 4

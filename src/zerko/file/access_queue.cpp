@@ -1,6 +1,7 @@
 #include "zerko/file/access_queue.hpp"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
@@ -11,7 +12,10 @@
 #include <thread>
 
 #include "zerko/api/environment.hpp"
+#include "zerko/file/utilities.hpp"
 #include "zerko/foundation/errors.hpp"
+#include "zerko/foundation/logger.hpp"
+#include "zerko/foundation/naming.hpp"
 
 namespace zerko::file {
 
@@ -63,6 +67,14 @@ std::pair<std::string, std::string> split(const std::string& path) {
     return {head, tail};
 }
 
+// A ticket of the target: "<file name>.id." followed by a digit. The file
+// name is compared as plain text, so names such as "a[1].json" or
+// "c++.json" find their own tickets.
+bool is_ticket_name(std::string_view name, std::string_view prefix) {
+    return name.size() > prefix.size() && name.substr(0, prefix.size()) == prefix &&
+           std::isdigit(static_cast<unsigned char>(name[prefix.size()]));
+}
+
 }  // namespace
 
 std::string draw_ticket() {
@@ -77,7 +89,7 @@ std::string draw_ticket() {
 
 Json::AccessQueue::AccessQueue(std::string_view json_path, bool write, double access_timeout,
                                double life_duration_threshold)
-    : path_(api::path::normalise(json_path)),
+    : path_((assert_path(json_path), api::path::normalise(json_path))),
       ticket_(draw_ticket()),
       write_(write),
       access_timeout_(access_timeout),
@@ -154,9 +166,7 @@ bool Json::AccessQueue::is_next() {
 }
 
 std::vector<std::string> Json::AccessQueue::get_editors_sequence() {
-    // The file name goes into the expression as it stands: a "." in it
-    // matches any character, as every program of the protocol reads it.
-    if (!ticket_pattern_) ticket_pattern_ = regex::Regex::compile("^" + filename_ + "\\.id\\.\\d+");
+    const std::string prefix = filename_ + ".id.";
     std::vector<std::string> names;
     {
         std::error_code ec;
@@ -170,7 +180,7 @@ std::vector<std::string> Json::AccessQueue::get_editors_sequence() {
     // Queue order is listing order, deliberately unsorted.
     std::vector<std::string> paths;
     for (const auto& name : names) {
-        if (!ticket_pattern_->matches(name)) continue;
+        if (!is_ticket_name(name, prefix)) continue;
         auto path = api::path::join(directory_, name);
         delete_outdated(path);
         if (exists(path)) paths.push_back(std::move(path));
@@ -199,6 +209,45 @@ void Json::AccessQueue::release_access() {
         fs::remove(path_lock_, ec);
         if (ec && ec != std::errc::no_such_file_or_directory) raise_os_error(ec, path_lock_);
     }
+}
+
+void quarantine(const std::string& path, std::string_view what) {
+    foundation::Logger::error(foundation::format("Read Corrupted {}: {}", {std::string(what), path}));
+    move_corrupted(path);
+}
+
+Document read_shared(const std::string& path, std::string_view what) {
+    try {
+        Document data = Json::AccessQueue(path).run([](Document& document) { return std::move(document); });
+        if (data.is_object()) return data;
+    } catch (const JsonDecodeError&) {
+        // Not JSON, or nested too deep: handled like a document of the wrong kind.
+    } catch (const std::exception&) {
+        foundation::Logger::exception(std::current_exception());
+        return Document::object();
+    }
+    quarantine(path, what);
+    return Document::object();
+}
+
+void update_shared(const std::string& path, std::string_view what, const std::function<void(Document&)>& body) {
+    auto guarded = [&](Document& document) {
+        if (!document.is_object()) {
+            // Held by this guard: the damaged file goes aside and a fresh
+            // document takes its place when the guard writes.
+            quarantine(path, what);
+            document = Document::object();
+        }
+        body(document);
+    };
+    try {
+        Json::AccessQueue(path, true).run(guarded);
+        return;
+    } catch (const JsonDecodeError&) {
+        // The guard gave its place up on the failed read; quarantine, then once more.
+    }
+    quarantine(path, what);
+    Json::AccessQueue(path, true).run(guarded);
 }
 
 }  // namespace zerko::file

@@ -18,13 +18,13 @@
 // two waits is bounded by the access timeout; the time waited is the sum of
 // the sleeps. A marker older than the life threshold was left by a dead
 // process and is deleted by whoever sees it.
+#include <functional>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>
 
 #include "zerko/file/json.hpp"
-#include "zerko/foundation/regex.hpp"
 
 namespace zerko::file {
 
@@ -118,9 +118,25 @@ private:
     double access_timeout_;
     double life_duration_threshold_;
     Document data_;
-    regex::RegexPtr ticket_pattern_;
     bool left_ = true;
 };
+
+/// Logs "Read Corrupted <what>: <path>" and moves the file into quarantine.
+void quarantine(const std::string& path, std::string_view what);
+
+/// Reads the shared JSON object file at `path` through the access queue and
+/// never raises. A file that is not JSON, nests too deep or holds anything
+/// but an object is logged ("Read Corrupted <what>: <path>") and moved into
+/// quarantine; that, a missing file and any other failure (logged) answer an
+/// empty object.
+Document read_shared(const std::string& path, std::string_view what);
+
+/// Read-modify-write of the shared JSON object file at `path`: `body` gets
+/// the document and what it leaves there is written back. A damaged file
+/// (as for read_shared) is quarantined first and the body starts from an
+/// empty object, so one bad file cannot block every later write. Other
+/// failures (timeouts, a missing directory, the body's errors) raise.
+void update_shared(const std::string& path, std::string_view what, const std::function<void(Document&)>& body);
 
 /// A random ticket: the whole part of a uniform [0, 1) draw times 10^9,
 /// as decimal text without padding. Carries no time or process information.

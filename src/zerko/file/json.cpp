@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 
+#include "zerko/file/utilities.hpp"
 #include "zerko/foundation/assertions.hpp"
 
 namespace zerko::file {
@@ -53,6 +54,31 @@ std::string reason(const std::string& what) {
     return text;
 }
 
+// Refuses text that nests arrays and objects deeper than the library's limit,
+// before the parser builds anything. Brackets inside strings do not count.
+void check_depth(std::string_view text) {
+    std::size_t depth = 0;
+    bool in_string = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (in_string) {
+            if (c == '\\') ++i;
+            else if (c == '"') in_string = false;
+            continue;
+        }
+        if (c == '"') {
+            in_string = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > json_depth_limit) {
+                throw JsonDecodeError("Nesting deeper than " + std::to_string(json_depth_limit) + " levels",
+                                      std::string(text), characters_before(text, i));
+            }
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+}
+
 struct FileCloser {
     void operator()(std::FILE* f) const noexcept { std::fclose(f); }
 };
@@ -72,6 +98,7 @@ Document Json::parse(std::string_view text) {
     if (text.size() >= 3 && text.substr(0, 3) == "\xEF\xBB\xBF") {
         throw JsonDecodeError("Unexpected UTF-8 BOM (decode using utf-8-sig)", std::string(text), 0);
     }
+    check_depth(text);
     try {
         return Document::parse(text);
     } catch (const nlohmann::json::parse_error& e) {
@@ -81,6 +108,7 @@ Document Json::parse(std::string_view text) {
 }
 
 Document Json::read(const std::string& path) {
+    assert_path(path);
     errno = 0;
     FileHandle f(std::fopen(path.c_str(), "rb"));
     if (!f) throw FileNotFoundError(errno ? errno : ENOENT, path);
@@ -131,6 +159,7 @@ std::string Json::dumps_line(const Document& data) {
 }
 
 void Json::write(const std::string& path, Document data) {
+    assert_path(path);
     const std::string text = dumps(foundation::Assert::Json::clean(data));
     errno = 0;
     FileHandle f(std::fopen(path.c_str(), "wb"));

@@ -6,13 +6,13 @@
 #include <string>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/json_document.hpp"
 
 #include "zerko/foundation/errors.hpp"
 
 namespace zerko::file {
 
-using Document = nlohmann::ordered_json;
+using Document = JsonDocument;
 
 /// Text encoding of every JSON file and wire body.
 inline constexpr std::string_view encoding = "utf-8";

@@ -1,9 +1,11 @@
 #include "zerko/file/utilities.hpp"
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 
 #include "zerko/api/environment.hpp"
 #include "zerko/foundation/errors.hpp"
@@ -12,6 +14,7 @@
 namespace zerko::file {
 
 std::string Text::read(const std::string& path) {
+    assert_path(path);
     errno = 0;
     std::FILE* f = std::fopen(path.c_str(), "rb");
     if (!f) throw FileNotFoundError(errno ? errno : ENOENT, path);
@@ -56,8 +59,48 @@ std::string timed_filename(std::string_view filename) {
     return stem + "-" + seconds + extension;
 }
 
+namespace {
+
+// The text of a path for a message, with control characters escaped as
+// Python's repr shows them.
+std::string shown(std::string_view path) {
+    std::string out = "'";
+    for (const char c : path) {
+        if (static_cast<unsigned char>(c) < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\x%02x", static_cast<unsigned char>(c));
+            out += escaped;
+        } else {
+            out.push_back(c);
+        }
+    }
+    return out + "'";
+}
+
+}  // namespace
+
+void assert_path(std::string_view path) {
+    if (path.find('\0') != std::string_view::npos) throw ValueError("embedded null character in path " + shown(path));
+}
+
+bool is_plain_filename(std::string_view name) {
+    if (name.empty() || name == "." || name == "..") return false;
+    if (name.find_first_of(std::string_view("/\\\0", 3)) != std::string_view::npos) return false;
+    // "C:name" names a drive's current directory on some platforms.
+    const bool drive = name.size() >= 2 && name[1] == ':' && std::isalpha(static_cast<unsigned char>(name[0]));
+    return !drive;
+}
+
+void assert_plain_filename(std::string_view name) {
+    if (!is_plain_filename(name)) {
+        throw ValueError("not a plain file name: " + shown(name) +
+                         " (no separator, no \"..\", no null character, not empty)");
+    }
+}
+
 void move_corrupted(const std::string& path) {
     try {
+        assert_path(path);
         const auto slash = path.rfind('/');
         std::string directory = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
         const std::string filename = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -66,7 +109,14 @@ void move_corrupted(const std::string& path) {
         }
         const auto quarantine = api::path::join(directory, corrupted_directory);
         api::path::make_directory(quarantine);
-        const auto target = api::path::join(quarantine, timed_filename(filename));
+        if (!std::filesystem::exists(path)) throw FileNotFoundError(ENOENT, path);
+        // Two files quarantined within one second share the timed name: the
+        // later one takes a counter, and no quarantined file is replaced.
+        const auto [stem, extension] = split_extension(timed_filename(filename));
+        std::string target = api::path::join(quarantine, stem + extension);
+        for (int n = 1; std::filesystem::exists(std::filesystem::symlink_status(target)); ++n) {
+            target = api::path::join(quarantine, stem + "-" + std::to_string(n) + extension);
+        }
         if (std::rename(path.c_str(), target.c_str()) != 0) throw FileNotFoundError(errno, path);
     } catch (const std::exception&) {
         foundation::Logger::exception(std::current_exception());

@@ -27,6 +27,20 @@ std::string timed_filename(std::string_view filename);
 /// is logged as "{class name}: {error}" and the caller goes on.
 void move_corrupted(const std::string& path);
 
+/// Raises ValueError ("embedded null character in path ...") when `path`
+/// holds a NUL. The system calls read a path only up to its first NUL, so
+/// such a path would silently name another file: "a.json\0.bak" is "a.json".
+void assert_path(std::string_view path);
+/// Whether `path` passes assert_path.
+inline bool is_plain_path(std::string_view path) { return path.find('\0') == std::string_view::npos; }
+
+/// Whether `name` is one plain file name: not empty, not "." or "..", with
+/// no separator ("/" or "\\"), no drive or root, and no NUL. Only such a
+/// name can be joined to a directory without leaving it.
+bool is_plain_filename(std::string_view name);
+/// Raises ValueError naming `name` when it is no plain file name.
+void assert_plain_filename(std::string_view name);
+
 /// The name of the quarantine directory.
 inline constexpr std::string_view corrupted_directory = ".corrupted";
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/json_document.hpp"
 
 #include "zerko/foundation/logger.hpp"
 
@@ -46,7 +46,7 @@ struct Assert {
     struct Json {
         /// Makes a value ready for the JSON writer. Text in C++ is already
         /// decoded UTF-8, so the value comes back as it is.
-        static nlohmann::ordered_json& clean(nlohmann::ordered_json& data) { return data; }
+        static JsonDocument& clean(JsonDocument& data) { return data; }
     };
 };
 

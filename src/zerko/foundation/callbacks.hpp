@@ -6,12 +6,12 @@
 #include <string_view>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/json_document.hpp"
 
 namespace zerko::foundation {
 
 /// Arguments of one firing: a JSON array, so that any face can convert them.
-using CallArgs = nlohmann::ordered_json;
+using CallArgs = JsonDocument;
 
 /// One registered function. Identity decides "already registered".
 class Callback {

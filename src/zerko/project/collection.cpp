@@ -11,6 +11,7 @@
 #include "zerko/foundation/assertions.hpp"
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/logger.hpp"
+#include "zerko/foundation/naming.hpp"
 
 namespace zerko::project {
 
@@ -30,6 +31,7 @@ Collection::~Collection() { *link_ = nullptr; }
 void Collection::load() {
     std::lock_guard lock(mutex_edit_);
     table_.clear();
+    file::assert_path(directory_);
     std::error_code ec;
     fs::directory_iterator listing(directory_, ec);
     // A directory that cannot be listed is the host's misconfiguration:
@@ -45,8 +47,19 @@ void Collection::load() {
 }
 
 void Collection::load_file(const std::string& json_path) {
-    auto settings = Settings::init(this, json_path);
-    if (is_approved(settings.get())) store(json_path, std::move(settings));
+    // One damaged project costs that project alone, never the collection.
+    try {
+        auto settings = Settings::init(this, json_path);
+        const std::string& filename = settings->filename();
+        if (!filename.empty() && !file::is_plain_filename(filename)) {
+            Logger::warning(foundation::format("Project Skipped - {} names the file \"{}\"", {json_path, filename}));
+            return;
+        }
+        if (is_approved(settings.get())) store(json_path, std::move(settings));
+    } catch (const std::exception&) {
+        Logger::error(foundation::format("Project Skipped - {}", {json_path}));
+        Logger::exception(std::current_exception());
+    }
 }
 
 void Collection::store(const std::string& path, std::shared_ptr<Settings> settings) {
@@ -113,8 +126,9 @@ void Collection::save_project(const std::shared_ptr<Settings>& settings) {
     if (!settings) return;
     {
         std::lock_guard lock(mutex_edit_);
+        const std::string path = settings->path();  // refuses a name that leaves the directory
         settings->write();
-        store(settings->path(), settings);
+        store(path, settings);
     }
     api_.callbacks().projects_saved();
 }
@@ -160,6 +174,11 @@ void Collection::accept_http_response(const Document& projects) {
         if (!contents.is_object()) throw TypeError("a project of a response must be an object: " + contents.dump());
         const auto found = contents.find("filename");
         const std::string filename = found != contents.end() && found->is_string() ? found->get<std::string>() : "";
+        if (!file::is_plain_filename(filename)) {
+            // A name from the wire must stay inside the projects directory.
+            Logger::warning(foundation::format("Project Refused - the server named the file \"{}\"", {filename}));
+            continue;
+        }
         auto settings = std::make_shared<Settings>(this, directory_, filename, contents);
         if (!is_approved(settings.get())) continue;
         const auto current = get(filename);

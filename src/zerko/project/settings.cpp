@@ -76,25 +76,7 @@ std::shared_ptr<Settings> Settings::init(Collection* parent, const std::string& 
     return std::make_shared<Settings>(parent, std::move(directory), std::move(filename), file_data);
 }
 
-Document Settings::open(const std::string& path) {
-    Document data;
-    try {
-        file::Json::AccessQueue queue(path);
-        data = queue.run([](Document& document) { return document; });
-    } catch (const file::JsonDecodeError&) {
-        Logger::error(foundation::format("Read Corrupted Project: {}", {path}));
-        file::move_corrupted(path);
-        return Document::object();
-    } catch (const std::exception&) {
-        Logger::exception(std::current_exception());
-        return Document::object();
-    }
-    if (!data.is_object()) {
-        Logger::warning("Incompatible Project File");
-        return Document::object();
-    }
-    return data;
-}
+Document Settings::open(const std::string& path) { return file::read_shared(path, "Project"); }
 
 void Settings::apply(const Document& file_data) {
     name_ = text_member(file_data, "name");
@@ -135,6 +117,9 @@ void Settings::ensure_filename() {
 
 std::string Settings::path() {
     ensure_filename();
+    // The name comes from a file, the server or the caller: only a plain
+    // name keeps the project inside the projects directory.
+    file::assert_plain_filename(filename_);
     return api::path::join(directory_, filename_);
 }
 
@@ -164,12 +149,8 @@ void Settings::write() {
         const std::string target = path();
         Document document = data();
         document["edit_timestamp"] = edit_timestamp;
-        file::Json::AccessQueue queue(target, true);
-        queue.run([&](Document& current) {
-            // The whole file is replaced: nothing else that stood in it survives.
-            if (!current.is_object() && !current.is_null()) throw TypeError("project file holds no JSON object: " + target);
-            current = std::move(document);
-        });
+        // The whole file is replaced: nothing else that stood in it survives.
+        file::update_shared(target, "Project", [&](Document& current) { current = std::move(document); });
         write_timestamp_ = file_size(target).value_or(0.0);
     } catch (const std::exception&) {
         Logger::exception(std::current_exception());

@@ -38,7 +38,7 @@ std::unique_ptr<SelectionScope> Operator::selection_manager() { return std::make
 void Operator::register_scene_opened_callback(std::function<void()>) { abstract("register_scene_opened_callback"); }
 void Operator::register_shutdown_callback(std::function<void()>) { abstract("register_shutdown_callback"); }
 void Operator::delete_callbacks() { abstract("delete_callbacks"); }
-void Operator::export_(const Paths&, const std::string&, const std::string&, const nlohmann::ordered_json&, bool,
+void Operator::export_(const Paths&, const std::string&, const std::string&, const JsonDocument&, bool,
                        bool, bool) {
     abstract("export");
 }
@@ -47,8 +47,8 @@ std::string Operator::directory_dialog(const std::string&, const std::string&) {
 std::string Operator::file_dialog(const std::string&, const std::string&, const std::string&) {
     abstract("file_dialog");
 }
-nlohmann::ordered_json Operator::query_filedata() const { abstract("query_filedata"); }
-void Operator::embed_filedata(const nlohmann::ordered_json&) { abstract("embed_filedata"); }
+JsonDocument Operator::query_filedata() const { abstract("query_filedata"); }
+void Operator::embed_filedata(const JsonDocument&) { abstract("embed_filedata"); }
 void Operator::erase_filedata() { abstract("erase_filedata"); }
 
 std::string Operator::name_from_path(std::string_view path) {

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/json_document.hpp"
 
 #include "zerko/constants/type_mapping.hpp"
 
@@ -55,15 +55,15 @@ public:
     virtual void register_shutdown_callback(std::function<void()> function);
     virtual void delete_callbacks();
     virtual void export_(const Paths& roots, const std::string& file_path, const std::string& type,
-                         const nlohmann::ordered_json& args, bool automatic_uv = false, bool triangulate = false,
+                         const JsonDocument& args, bool automatic_uv = false, bool triangulate = false,
                          bool reset_xforms = false);
     virtual std::string get_current_file() const;
     virtual std::string directory_dialog(const std::string& starting = "~", const std::string& caption = "");
     virtual std::string file_dialog(const std::string& starting = "~", const std::string& caption = "",
                                     const std::string& file_filter = "");
     /// The list stored by embed_filedata, or an empty list.
-    virtual nlohmann::ordered_json query_filedata() const;
-    virtual void embed_filedata(const nlohmann::ordered_json& data);
+    virtual JsonDocument query_filedata() const;
+    virtual void embed_filedata(const JsonDocument& data);
     virtual void erase_filedata();
 
     /// Called by the snapshot around a walk of many queries; an operator may

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "zerko/constants/constants.hpp"
+#include "zerko/file/utilities.hpp"
 #include "zerko/foundation/naming.hpp"
 #include "zerko/foundation/uuid.hpp"
 #include "zerko/settings/sections.hpp"
@@ -130,6 +131,8 @@ void Check::Directory::List::embed(std::string_view module_file) {
 
 bool Check::Directory::List::is_approved(const std::shared_ptr<Directory>& directory) {
     if (!directory) return false;
+    // The system reads a path only up to a NUL: such a path names another directory.
+    if (!file::is_plain_path(directory->path())) return false;
     std::error_code error;
     return fs::is_directory(directory->path(), error);
 }

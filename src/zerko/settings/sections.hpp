@@ -3,14 +3,14 @@
 #include <string>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/json_document.hpp"
 
 #include "zerko/constants/constants.hpp"
 #include "zerko/file/json.hpp"
 
 namespace zerko::settings {
 
-using Document = nlohmann::ordered_json;
+using Document = JsonDocument;
 
 // Every section reads its keys with the fixed fallbacks of the JSON layer.
 using file::read_bool;

@@ -6,7 +6,7 @@
 
 namespace zerko::settings {
 
-Server::Server(const nlohmann::ordered_json& data)
+Server::Server(const JsonDocument& data)
     : enabled(read_bool(data, "enabled", false)),
       erase_sent(read_bool(data, "erase_sent", false)),
       host_(read_text(data, "host", "localhost")),
@@ -24,8 +24,8 @@ void Server::set_port(int port) {
     set_environment();
 }
 
-nlohmann::ordered_json Server::data() const {
-    nlohmann::ordered_json out = nlohmann::ordered_json::object();
+JsonDocument Server::data() const {
+    JsonDocument out = JsonDocument::object();
     out["enabled"] = enabled;
     out["host"] = host_;
     out["port"] = port_;

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/json_document.hpp"
 
 namespace zerko::settings {
 
@@ -15,7 +15,7 @@ public:
 
     /// Reads "enabled", "host", "port" and "erase_sent"; an absent key or a
     /// value of the wrong kind takes the default. Publishes ZERKO-SERVER.
-    explicit Server(const nlohmann::ordered_json& data = nlohmann::ordered_json::object());
+    explicit Server(const JsonDocument& data = JsonDocument::object());
 
     bool enabled = false;
     /// Whether records that the server accepted are deleted locally.
@@ -28,7 +28,7 @@ public:
     void set_port(int port);
 
     /// {"enabled", "host", "port", "erase_sent"}.
-    nlohmann::ordered_json data() const;
+    JsonDocument data() const;
     /// Sets ZERKO-SERVER to "<host>:<port>".
     void set_environment() const;
 

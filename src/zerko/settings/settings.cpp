@@ -37,28 +37,15 @@ Settings::Settings(std::string path, std::string target, std::string scope)
 }
 
 Document Settings::read() const {
-    Document data;  // nothing, until the file gives something
-    try {
-        file::Json::AccessQueue queue(path_);
-        data = queue.run([](Document& document) { return document; });
-    } catch (const file::JsonDecodeError&) {
-        Logger::error(foundation::format("Read Corrupted Settings: {}", {path_}));
-        file::move_corrupted(path_);
-    } catch (const std::exception&) {
-        Logger::exception(std::current_exception());
+    const Document data = file::read_shared(path_, "Settings");
+    const auto found = data.find("version");
+    const Document file_version = found == data.end() ? Document(0) : *found;
+    if (!file_version.is_number() || file_version != Document(version)) {
+        Logger::warning(foundation::format("Incompatible Settings Version - {} in {}, expected {}",
+                                           {file_version.dump(), path_, std::int64_t{version}}));
+        return Document::object();
     }
-    if (data.is_object()) {
-        const auto found = data.find("version");
-        const Document file_version = found == data.end() ? Document(0) : *found;
-        if (!file_version.is_number() || file_version != Document(version)) {
-            Logger::warning(foundation::format("Incompatible Settings Version - {} in {}, expected {}",
-                                               {file_version.dump(), path_, std::int64_t{version}}));
-            return Document::object();
-        }
-        return data;
-    }
-    Logger::warning(foundation::format("Incompatible Settings File - {}", {path_}));
-    return Document::object();
+    return data;
 }
 
 Document Settings::data() const {
@@ -74,9 +61,8 @@ Document Settings::data() const {
 void Settings::write() {
     try {
         Document fresh = data();
-        file::Json::AccessQueue queue(path_, true);
         // The document on disk is replaced as a whole: unknown keys go.
-        queue.run([&](Document& document) { document = std::move(fresh); });
+        file::update_shared(path_, "Settings", [&](Document& document) { document = std::move(fresh); });
     } catch (const std::exception&) {
         Logger::exception(std::current_exception());
     }

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/json_document.hpp"
 
 #include "zerko/constants/constants.hpp"
 #include "zerko/settings/check.hpp"

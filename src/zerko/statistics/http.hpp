@@ -6,11 +6,11 @@
 #include <string_view>
 #include <utility>
 
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/json_document.hpp"
 
 namespace zerko::statistics {
 
-using Document = nlohmann::ordered_json;
+using Document = JsonDocument;
 
 /// The body sent to the server: {"username", "contents"} on one line.
 class HttpRequest {

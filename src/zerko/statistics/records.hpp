@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
+#include "zerko/foundation/json_document.hpp"
 
 namespace zerko::statistics::type {
 
-using Document = nlohmann::ordered_json;
+using Document = JsonDocument;
 
 /// A record with no content of its own: its timestamp is the moment its data is read.
 class Record {

@@ -97,22 +97,7 @@ Statistics::Statistics(std::string path) : path_(std::move(path)) {
 Document Statistics::read() const {
     std::error_code ec;
     if (!std::filesystem::exists(path_, ec)) return Document::object();
-    Document data;
-    try {
-        file::Json::AccessQueue queue(path_);
-        data = queue.run([](Document& document) { return document; });
-    } catch (const file::JsonDecodeError&) {
-        Logger::error(foundation::format("Read Corrupted Statistics: {}", {path_}));
-        file::move_corrupted(path_);
-        return Document::object();
-    } catch (const std::exception&) {
-        Logger::exception(std::current_exception());
-        return Document::object();
-    }
-    if (!data.is_object()) {
-        Logger::warning(foundation::format("Incompatible Statistics File - {}", {path_}));
-        return Document::object();
-    }
+    const Document data = file::read_shared(path_, "Statistics");
     // A file of a newer format is refused; an older one is taken as it stands.
     const auto found = data.find("version");
     const Document file_version = found == data.end() ? Document(0) : *found;
@@ -144,15 +129,17 @@ void Statistics::add(std::string_view key, Document data) {
 void Statistics::write(bool clear) {
     std::lock_guard lock(mutex_edit_);
     try {
-        file::Json::AccessQueue queue(path_, true);
-        queue.run([&](Document& document) {
-            if (!clear) {
-                extend(document, data_);
-            } else if (document.is_object() || document.is_array()) {
-                document.clear();
-            } else {
-                throw TypeError("statistics document is not an object");
+        file::update_shared(path_, "Statistics", [&](Document& document) {
+            try {
+                timed_table(document);
+            } catch (const Exception&) {
+                // A category that holds no list of records would fail every
+                // later write too: the file goes aside like a broken one.
+                file::quarantine(path_, "Statistics");
+                document = Document::object();
             }
+            if (clear) document.clear();
+            else extend(document, data_);
         });
     } catch (const std::exception&) {
         Logger::exception(std::current_exception());
