@@ -212,6 +212,7 @@ except ValueError as e:
     print("read", type(e).__name__)
 api = zerko.Api(MemoryScene({}), environment)
 print("settings", api.settings.data["version"])
+print("projects", zerko._Project.Collection(api, environment.target).names)
 """
 
 
@@ -224,7 +225,7 @@ def test_deeply_nested_files_are_quarantined_like_any_corrupt_file(tmp_path):
         (settings / name).write_text(deep, encoding="utf-8")
     (tmp_path / "read.json").write_text("[" * 30000 + "]" * 30000, encoding="utf-8")
     out = isolated(DEEP_FILES, examples, settings, tmp_path / "read.json").splitlines()
-    assert out == ["read JSONDecodeError", "settings 4"]
+    assert out == ["read JSONDecodeError", "settings 4", "projects []"]
     assert len(os.listdir(settings / ".corrupted")) == 2
     assert len(os.listdir(settings / "projects" / ".corrupted")) == 1
 
