@@ -71,27 +71,51 @@ private:
 
 json to_json(nb::handle v) { return ToJson().value(v); }
 
-nb::object from_json(const json& v) {
+namespace {
+
+PyObject* text(const std::string& s) {
+    PyObject* out = PyUnicode_DecodeUTF8(s.data(), static_cast<Py_ssize_t>(s.size()), nullptr);
+    if (!out) throw nb::python_error();
+    return out;
+}
+
+// New reference to the Python form of `v`; the C API directly, since large
+// documents spend most of their reading time here.
+PyObject* python_value(const json& v) {
     switch (v.type()) {
-        case json::value_t::null: return nb::none();
-        case json::value_t::boolean: return nb::bool_(v.get<bool>());
-        case json::value_t::number_integer: return nb::int_(v.get<std::int64_t>());
-        case json::value_t::number_unsigned: return nb::steal(PyLong_FromUnsignedLongLong(v.get<std::uint64_t>()));
-        case json::value_t::number_float: return nb::float_(v.get<double>());
-        case json::value_t::string: return nb::str(v.get_ref<const std::string&>().c_str(), v.get_ref<const std::string&>().size());
+        case json::value_t::null: Py_RETURN_NONE;
+        case json::value_t::boolean: return PyBool_FromLong(v.get<bool>());
+        case json::value_t::number_integer: return PyLong_FromLongLong(v.get<std::int64_t>());
+        case json::value_t::number_unsigned: return PyLong_FromUnsignedLongLong(v.get<std::uint64_t>());
+        case json::value_t::number_float: return PyFloat_FromDouble(v.get<double>());
+        case json::value_t::string: return text(v.get_ref<const std::string&>());
         case json::value_t::array: {
-            nb::list out;
-            for (const auto& item : v) out.append(from_json(item));
-            return out;
+            nb::object out = nb::steal(PyList_New(static_cast<Py_ssize_t>(v.size())));
+            if (!out.is_valid()) throw nb::python_error();
+            Py_ssize_t i = 0;
+            for (const auto& item : v) {
+                PyList_SET_ITEM(out.ptr(), i, python_value(item));
+                ++i;
+            }
+            return out.release().ptr();
         }
         case json::value_t::object: {
-            nb::dict out;
-            for (const auto& [key, item] : v.items()) out[nb::str(key.c_str(), key.size())] = from_json(item);
-            return out;
+            nb::object out = nb::steal(PyDict_New());
+            if (!out.is_valid()) throw nb::python_error();
+            for (const auto& [key, item] : v.items()) {
+                nb::object k = nb::steal(text(key));
+                nb::object value = nb::steal(python_value(item));
+                if (PyDict_SetItem(out.ptr(), k.ptr(), value.ptr()) != 0) throw nb::python_error();
+            }
+            return out.release().ptr();
         }
-        default: return nb::none();
+        default: Py_RETURN_NONE;
     }
 }
+
+}  // namespace
+
+nb::object from_json(const json& v) { return nb::steal(python_value(v)); }
 
 namespace {
 
