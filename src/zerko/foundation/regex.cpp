@@ -215,7 +215,7 @@ struct Regex::Impl {
         if (rc == PCRE2_ERROR_JIT_STACKLIMIT) {
             // A long subject can need more machine stack than the JIT stack
             // holds; the interpreter keeps its backtracking state on the heap.
-            rc = pcre2_match(c.code, s, n, pos, match_options, ts.data, ts.context);
+            rc = pcre2_match(c.code, s, n, pos, match_options | PCRE2_NO_JIT, ts.data, ts.context);
         }
         if (rc > 0) [[likely]] return rc;
         if (rc == PCRE2_ERROR_NOMATCH) return 0;

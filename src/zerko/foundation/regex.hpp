@@ -8,6 +8,7 @@
 // instead of hanging.
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -112,6 +113,20 @@ private:
     std::unique_ptr<Impl> impl_;
     friend struct Impl;
 };
+
+/// Resolves the name of a `\N{...}` escape to its character; nullopt for a
+/// name it does not know.
+using CharacterNames = std::function<std::optional<char32_t>(std::string_view name)>;
+
+/// Installs the resolver of `\N{...}` names for all later compilations.
+/// Python's `re` resolves them with its interpreter's Unicode database
+/// (`unicodedata.lookup`: aliases, any letter case, one Unicode version). The
+/// library does not carry a second copy of that database (some 35,000 names);
+/// the Python face installs the interpreter's own lookup, so that a name means
+/// exactly what it means to the host's `re`, and a C++ program installs the
+/// table it has. With no resolver every name is undefined, and the pattern is
+/// refused as Python refuses an unknown name.
+void set_character_names(CharacterNames resolver);
 
 /// Translates a Python-syntax expression to PCRE2 syntax (exposed for tests).
 /// Throws RegexError for syntax that Python rejects but PCRE2 would accept.

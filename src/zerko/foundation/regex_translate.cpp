@@ -4,12 +4,15 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <stdexcept>
 #include <unordered_map>
 
 #include "zerko/foundation/errors.hpp"
+#include "zerko/foundation/regex.hpp"
 #include "zerko/foundation/utf8.hpp"
 
 namespace zerko::regex {
@@ -59,6 +62,29 @@ private:
 };
 
 bool is_identifier(std::u32string_view text) { return detail::is_identifier(encode_utf8(text)); }
+
+struct NameResolver {
+    std::mutex mutex;
+    std::shared_ptr<const CharacterNames> resolve;
+};
+NameResolver& name_resolver() {
+    static NameResolver* const instance = new NameResolver;  // used until the end of the process
+    return *instance;
+}
+
+/// The character of a `\N{...}` name, through the installed resolver.
+std::optional<char32_t> character_named(std::string_view name) {
+    std::shared_ptr<const CharacterNames> resolve;
+    {
+        NameResolver& r = name_resolver();
+        std::lock_guard lock(r.mutex);
+        resolve = r.resolve;
+    }
+    if (!resolve || !*resolve) return std::nullopt;
+    const std::optional<char32_t> c = (*resolve)(name);
+    if (c && *c > 0x10FFFF) return std::nullopt;
+    return c;
+}
 
 /// Python's str.isalpha() for one character.
 bool is_alpha(char32_t c) {
@@ -197,6 +223,13 @@ public:
             if (group >= groups_.size()) {
                 raise_invalid(original_, "invalid group reference " + std::to_string(group), position);
             }
+        }
+        // Python finds these two while compiling, after parsing, in the order
+        // of the tree: the template flag (?t) refuses every repeat.
+        if ((flags_ & kTemplate) && template_repeat_at_ != RegexError::npos &&
+            (lookbehind_error_.empty() || template_repeat_at_ <= lookbehind_error_at_)) {
+            raise_invalid(original_, "internal: unsupported template operator " + template_repeat_op_,
+                          RegexError::npos);
         }
         if (!lookbehind_error_.empty()) {
             raise_invalid(original_, lookbehind_error_, lookbehind_error_at_);
@@ -397,8 +430,10 @@ private:
         Kind last_kind = Kind::None;
         bool has_items = false;  // Python: "subpattern" is not empty
         std::size_t token_start = 0, last_start = 0;  // output offsets
+        std::size_t token_at = 0, last_at = 0;        // source positions
         auto add_item = [&](Kind kind, Width width) {
             last_start = token_start;
+            last_at = token_at;
             before = before + last;
             last = width;
             last_kind = kind;
@@ -408,6 +443,7 @@ private:
         for (;;) {
             if (next_.end() || next_.plain('|') || next_.plain(')')) break;
             item_at_ = tell();
+            token_at = item_at_;
             token_start = out_.pattern.size();
             const Token t = get();
 
@@ -485,6 +521,11 @@ private:
                     }
                     if (last_kind == Kind::Repeat) fail("multiple repeat", tell() - item_at_);
                     const char mode = match('?') ? '?' : match('+') ? '+' : 0;
+                    if (last_at < template_repeat_at_) {
+                        // The first repeat in Python's compile order: the outermost, leftmost.
+                        template_repeat_at_ = last_at;
+                        template_repeat_op_ = mode == '?' ? "MIN_REPEAT" : mode == '+' ? "POSSESSIVE_REPEAT" : "MAX_REPEAT";
+                    }
                     if (last.hi == 0) {
                         // A zero-width item repeated matches as it does once, or not
                         // at all when the minimum is 0. Spelled that way it keeps a
@@ -723,7 +764,6 @@ private:
             for (;;) {
                 const unsigned flag = inline_flag(c.c);
                 if (c.c == 'L') fail("bad inline flags: cannot use 'L' flag with a str pattern");
-                if (c.c == 't') fail("bad inline flags: the template flag 't' is not supported");
                 add |= flag;
                 if ((flag & kTypeFlags) && (add & kTypeFlags) != flag) {
                     fail("bad inline flags: flags 'a', 'u' and 'L' are incompatible");
@@ -737,6 +777,7 @@ private:
             }
         }
         if (c.plain(')')) return false;
+        if (add & kTemplate) fail("bad inline flags: cannot turn on global flag", 1);
         if (c.plain('-')) {
             c = get();
             if (c.end()) fail("missing flag");
@@ -746,7 +787,6 @@ private:
             for (;;) {
                 const unsigned flag = inline_flag(c.c);
                 if (flag & kTypeFlags) fail("bad inline flags: cannot turn off flags 'a', 'u' and 'L'");
-                if (flag & kTemplate) fail("bad inline flags: cannot turn off global flag", 1);
                 del |= flag;
                 c = get();
                 if (c.end()) fail("missing :");
@@ -756,6 +796,7 @@ private:
                 }
             }
         }
+        if (del & kTemplate) fail("bad inline flags: cannot turn off global flag", 1);
         if (add & del) fail("bad inline flags: flag turned on and off", 1);
         return true;
     }
@@ -840,12 +881,15 @@ private:
         return value;
     }
 
-    /// \xhh, \uhhhh, \Uhhhhhhhh (and \N{...}, which needs a name table we do not carry).
+    /// \xhh, \uhhhh, \Uhhhhhhhh and \N{name}.
     char32_t code_escape(char32_t c) {
         if (c == 'N') {
             if (!match('{')) fail("missing {");
             const std::u32string name = get_until('}', "character name");
-            fail("named Unicode characters (\\N{...}) are not supported", name.size() + 4);
+            const std::string text = encode_utf8(name);
+            const std::optional<char32_t> named = character_named(text);
+            if (!named) fail("undefined character name " + py_repr(text), name.size() + 4);
+            return *named;
         }
         const int n = c == 'x' ? 2 : c == 'u' ? 4 : 8;
         const std::u32string digits = get_while(n, is_hex_digit);
@@ -1010,6 +1054,8 @@ private:
     std::vector<std::pair<std::size_t, std::size_t>> condition_refs_;
     std::string lookbehind_error_;
     std::size_t lookbehind_error_at_ = 0;
+    std::size_t template_repeat_at_ = RegexError::npos;  // first repeat, for (?t)
+    std::string template_repeat_op_;
     Translation out_;
 };
 
@@ -1055,6 +1101,13 @@ Translation translate(std::string_view pattern, bool verbose, bool ignorecase) {
 }
 
 }  // namespace detail
+
+void set_character_names(CharacterNames resolver) {
+    auto fresh = std::make_shared<const CharacterNames>(std::move(resolver));
+    detail::NameResolver& r = detail::name_resolver();
+    std::lock_guard lock(r.mutex);
+    r.resolve = std::move(fresh);
+}
 
 std::string translate(std::string_view python_pattern) {
     return detail::translate(python_pattern, false, false).pattern;
