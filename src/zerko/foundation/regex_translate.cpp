@@ -231,9 +231,7 @@ public:
             raise_invalid(original_, "internal: unsupported template operator " + template_repeat_op_,
                           RegexError::npos);
         }
-        if (!lookbehind_error_.empty()) {
-            raise_invalid(original_, lookbehind_error_, lookbehind_error_at_);
-        }
+        if (!lookbehind_error_.empty()) raise_invalid(original_, lookbehind_error_, RegexError::npos);
         out_.groups = groups_.size() - 1;
         return std::move(out_);
     }
