@@ -307,7 +307,7 @@ TEST(RegexWorkBound, GrowsWithTheSubjectSoLinearPatternsNeverTripIt) {
     EXPECT_TRUE(rx::fullmatch("(a|b)*", name));
     EXPECT_TRUE(rx::match("^(a|b)*$", name));
     EXPECT_FALSE(rx::match("^(?:a|b)*c", name));
-    EXPECT_EQ(rx::search("(?:a|b)*$", name + "!x")->span(), (std::pair<std::size_t, std::size_t>{50002, 50002}));
+    EXPECT_EQ(rx::search("b(?:a|b)*!", name + "!x")->span(), (std::pair<std::size_t, std::size_t>{1, 50001}));
     EXPECT_EQ(rx::sub("(a)(b)", "\\2\\1", name).substr(0, 4), "baba");
     // The base of the bound still ends an exponential match on a short name.
     EXPECT_THROW(rx::match("(a+)+$", std::string(29, 'a') + "!"), zerko::RegexError);
