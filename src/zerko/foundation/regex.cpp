@@ -26,6 +26,8 @@ using detail::Translation;
 // within a fraction of a millisecond.
 constexpr std::uint32_t kDefaultMatchLimit = 100000;
 constexpr std::uint64_t kWorkPerUnit = 4;
+constexpr std::uint64_t kBaseHeapKiB = 32 * 1024;
+constexpr std::uint64_t kHeapKiBPerByte = 1;
 
 constexpr std::uint32_t kBaseOptions = PCRE2_UTF | PCRE2_UCP | PCRE2_ALT_CIRCUMFLEX |
                                        PCRE2_NEVER_BACKSLASH_C | PCRE2_MATCH_INVALID_UTF;
@@ -58,6 +60,7 @@ struct ThreadState {
     pcre2_match_context* context = nullptr;
     pcre2_jit_stack* jit_stack = nullptr;
     std::uint64_t limit = ~std::uint64_t{0};  // limit set in `context`; none yet
+    std::uint64_t heap = ~std::uint64_t{0};   // heap limit (KiB) set in `context`
 
     ThreadState() = default;
     ThreadState(const ThreadState&) = delete;
@@ -87,15 +90,23 @@ struct ThreadState {
         }
     }
 
-    /// Sets the work bound for a call that scans `units` (subject characters
-    /// x pattern size) on top of the base bound.
-    void bound(std::uint64_t units) {
-        const std::uint64_t want = std::min<std::uint64_t>(
-            g_match_limit.load(std::memory_order_relaxed) + kWorkPerUnit * units,
-            std::numeric_limits<std::uint32_t>::max());
-        if (limit != want) {
-            pcre2_set_match_limit(context, static_cast<std::uint32_t>(want));
-            limit = want;
+    /// Sets the bounds of a call over `bytes` of subject with a pattern of
+    /// `pattern_bytes`: the work bound on top of its base, and the heap that
+    /// the interpreter may take for backtracking (some 300 bytes a character
+    /// for a capturing repeat), so that neither a long name nor a runaway
+    /// pattern can take unbounded time or memory.
+    void bound(std::uint64_t bytes, std::uint64_t pattern_bytes) {
+        constexpr std::uint64_t kMax = std::numeric_limits<std::uint32_t>::max();
+        const std::uint64_t work = std::min(
+            g_match_limit.load(std::memory_order_relaxed) + kWorkPerUnit * (bytes + 1) * (pattern_bytes + 1), kMax);
+        if (limit != work) {
+            pcre2_set_match_limit(context, static_cast<std::uint32_t>(work));
+            limit = work;
+        }
+        const std::uint64_t heap_kib = std::min(kBaseHeapKiB + bytes * kHeapKiBPerByte, kMax);
+        if (heap != heap_kib) {
+            pcre2_set_heap_limit(context, static_cast<std::uint32_t>(heap_kib));
+            heap = heap_kib;
         }
     }
 };
@@ -209,7 +220,7 @@ struct Regex::Impl {
             std::uint32_t match_options, ThreadState& ts) const {
         const auto* s = reinterpret_cast<PCRE2_SPTR>(subject.data() ? subject.data() : "");
         const std::size_t n = subject.size();
-        ts.bound(static_cast<std::uint64_t>(n - pos + 1) * (translation.pattern.size() + 1));
+        ts.bound(n - pos, translation.pattern.size());
         int rc = c.jit ? pcre2_jit_match(c.code, s, n, pos, match_options, ts.data, ts.context)
                        : pcre2_match(c.code, s, n, pos, match_options, ts.data, ts.context);
         if (rc == PCRE2_ERROR_JIT_STACKLIMIT) {

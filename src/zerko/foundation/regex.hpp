@@ -64,8 +64,10 @@ public:
     /// clear text (position and reason) for an invalid expression.
     static RegexPtr compile(std::string_view pattern, unsigned flags = None);
 
-    /// The work bound of one match call (PCRE2 match limit). A call that
-    /// exceeds it throws RegexError; it never reads as "no match".
+    /// The base of the work bound of one match call (PCRE2 match limit); the
+    /// bound adds a share that grows with the subject and the pattern, so that
+    /// work linear in the subject never trips it. A call that exceeds it
+    /// throws RegexError; it never reads as "no match".
     static void set_match_limit(std::uint32_t limit);
     static std::uint32_t match_limit();
 
