@@ -11,6 +11,7 @@
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/logger.hpp"
 #include "zerko/foundation/naming.hpp"
+#include "zerko/foundation/regex.hpp"
 
 namespace zerko::py {
 
@@ -144,6 +145,54 @@ nb::object make_error(nb::handle scope, const char* name, std::string_view sente
 
 void raise_instance(nb::handle cls, nb::object instance) { PyErr_SetObject(cls.ptr(), instance.ptr()); }
 
+// The Python class of RegexError: an `re.error`, so that hosts and rule
+// editors written against Python catch it as they catch their own pattern
+// errors, and a ValueError, so that callers that caught the earlier
+// ValueError still do.
+nb::handle g_regex_error;
+
+nb::str lenient_str(const std::string& text) {
+    // C++ callers may hand in bytes that are not UTF-8; never fail on them here.
+    return nb::steal<nb::str>(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "replace"));
+}
+
+// \N{...} names in patterns resolve through this interpreter's
+// unicodedata.lookup, as the host's own `re` resolves them: the same aliases,
+// letter case rules and Unicode version, with no second name table in C++.
+void install_character_names(nb::module_& m) {
+    auto lookup = std::make_shared<HeldObject>(nb::module_::import_("unicodedata").attr("lookup"));
+    regex::set_character_names([lookup](std::string_view name) -> std::optional<char32_t> {
+        // Patterns are also compiled where the GIL is released (the search).
+        nb::gil_scoped_acquire gil;
+        nb::object found;
+        try {
+            found = lookup->get()(nb::str(name.data(), name.size()));
+        } catch (nb::python_error&) {
+            return std::nullopt;  // KeyError: no such name
+        }
+        // A named sequence is several characters: no character, as for `re`.
+        if (!PyUnicode_Check(found.ptr()) || PyUnicode_GetLength(found.ptr()) != 1) return std::nullopt;
+        return static_cast<char32_t>(PyUnicode_ReadChar(found.ptr(), 0));
+    });
+    // The resolver calls into Python: drop it before the interpreter goes away.
+    m.def("_drop_character_names", [] { regex::set_character_names({}); });
+    nb::module_::import_("atexit").attr("register")(m.attr("_drop_character_names"));
+}
+
+void raise_regex_error(const RegexError& e) {
+    // re.error(msg, pattern, pos) builds Python's own text and sets .msg,
+    // .pattern, .pos, .lineno and .colno.
+    nb::object instance;
+    if (!e.has_pattern()) {
+        instance = g_regex_error(lenient_str(e.message()));
+    } else if (e.position() == RegexError::npos) {
+        instance = g_regex_error(lenient_str(e.message()), lenient_str(e.pattern()));
+    } else {
+        instance = g_regex_error(lenient_str(e.message()), lenient_str(e.pattern()), e.position());
+    }
+    raise_instance(g_regex_error, instance);
+}
+
 void translate(const std::exception_ptr& p, void*) {
     try {
         std::rethrow_exception(p);
@@ -165,6 +214,8 @@ void translate(const std::exception_ptr& p, void*) {
         nb::object err = nb::handle(PyExc_OSError)(e.error_number(), nb::str(e.strerror().c_str()),
                                                     nb::str(e.path().c_str()));
         PyErr_SetObject((PyObject*)Py_TYPE(err.ptr()), err.ptr());
+    } catch (const RegexError& e) {
+        raise_regex_error(e);
     } catch (const ValueError& e) {
         PyErr_SetString(PyExc_ValueError, e.what());
     } catch (const Exception& e) {
@@ -200,6 +251,16 @@ void bind_errors(nb::module_& m) {
     make_error(ns, "AccessQueueTimeout", error::AccessQueueTimeout::sentence, false);
     make_error(ns, "NoFeedbackEmail", error::NoFeedbackEmail::sentence, false);
     make_error(ns, "ValidationError", error::ValidationError::sentence, false);
+    nb::dict regex_ns;
+    regex_ns["__module__"] = nb::str("zerko");
+    regex_ns["__doc__"] = nb::str(
+        "An invalid regular expression, or a match that ran over its work bound: an re.error and a ValueError.");
+    nb::object regex_error = nb::module_::import_("builtins").attr("type")(
+        nb::str("RegexError"),
+        nb::make_tuple(nb::module_::import_("re").attr("error"), nb::handle(PyExc_ValueError)), regex_ns);
+    m.attr("RegexError") = regex_error;
+    g_regex_error = regex_error.release();  // kept by the module for its whole life
+    install_character_names(m);
     nb::register_exception_translator(&translate);
     set_error_describer(&describe_python);
 }

@@ -7,20 +7,15 @@
 
 #include "zerko/file/utilities.hpp"
 #include "zerko/foundation/assertions.hpp"
+#include "zerko/foundation/utf8.hpp"
 
 namespace zerko::file {
 
 namespace {
 
-bool is_continuation(unsigned char c) { return (c & 0xC0) == 0x80; }
-
 // Python counts offsets in code points, the parser in bytes.
 std::size_t characters_before(std::string_view text, std::size_t bytes) {
-    std::size_t count = 0;
-    for (std::size_t i = 0; i < bytes && i < text.size(); ++i) {
-        if (!is_continuation(static_cast<unsigned char>(text[i]))) ++count;
-    }
-    return count;
+    return foundation::utf8_length(text, bytes);
 }
 
 std::string position_text(const std::string& message, const std::string& document, std::size_t position) {
@@ -28,8 +23,8 @@ std::string position_text(const std::string& message, const std::string& documen
     std::size_t column = 1;
     std::size_t seen = 0;
     for (std::size_t i = 0; i < document.size() && seen < position; ++i) {
-        const auto c = static_cast<unsigned char>(document[i]);
-        if (is_continuation(c)) continue;
+        const char c = document[i];
+        if (foundation::is_utf8_continuation(c)) continue;
         ++seen;
         if (c == '\n') {
             ++line;

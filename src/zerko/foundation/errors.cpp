@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstring>
 
+#include "zerko/foundation/utf8.hpp"
+
 namespace zerko {
 namespace error {
 
@@ -21,6 +23,35 @@ std::string os_error_text(int error_number, const std::string& path) {
     return "[Errno " + std::to_string(error_number) + "] " + std::strerror(error_number) + ": '" + path + "'";
 }
 }  // namespace
+
+namespace {
+// Python's re.error text: the position, and for a pattern of several lines
+// its line and column (both from 1), all counted in characters.
+std::string regex_error_text(const std::string& message, std::string_view pattern, std::size_t position) {
+    if (position == RegexError::npos) return message;
+    std::string text = message + " at position " + std::to_string(position);
+    if (pattern.find('\n') == std::string_view::npos) return text;
+    std::size_t line = 1, column = 1, seen = 0;
+    for (std::size_t i = 0; i < pattern.size() && seen < position; ++i) {
+        if (foundation::is_utf8_continuation(pattern[i])) continue;
+        ++seen;
+        if (pattern[i] == '\n') {
+            ++line;
+            column = 1;
+        } else {
+            ++column;
+        }
+    }
+    return text + " (line " + std::to_string(line) + ", column " + std::to_string(column) + ")";
+}
+}  // namespace
+
+RegexError::RegexError(std::string message, std::string pattern, std::size_t position)
+    : ValueError(regex_error_text(message, pattern, position)),
+      message_(std::move(message)),
+      pattern_(std::move(pattern)),
+      has_pattern_(true),
+      position_(position) {}
 
 FileNotFoundError::FileNotFoundError(int error_number, std::string path)
     : Exception(os_error_text(error_number, path)),

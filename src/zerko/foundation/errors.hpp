@@ -2,6 +2,7 @@
 // Error types of the library. Each `Error.*` type carries its fixed sentence;
 // the built-in kinds (type, value, not-implemented, file-not-found) are C++
 // types of their own so that the Python face maps each to Python's own type.
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -56,11 +57,32 @@ private:
 };
 
 /// A regular expression that cannot be compiled, or whose match ran over its
-/// work bound (Python: ValueError, so that callers treat it as bad input).
+/// work bound. It is a ValueError, so that callers treat it as bad input; the
+/// Python face raises it as a subclass of both `re.error` and ValueError, so
+/// its text reads as Python's own: "<message> at position <n>".
 class RegexError : public ValueError {
 public:
-    using ValueError::ValueError;
+    static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+    /// A fault that belongs to no place in a pattern (a match over its bound).
+    explicit RegexError(const std::string& message) : ValueError(message), message_(message) {}
+    /// A fault of `pattern` at character `position` (npos: no known place).
+    /// A pattern of several lines adds " (line l, column c)" as Python does.
+    RegexError(std::string message, std::string pattern, std::size_t position);
+
+    /// The reason without the position ("missing ), unterminated subpattern").
+    const std::string& message() const noexcept { return message_; }
+    /// The pattern at fault; empty when `has_pattern` is false.
+    const std::string& pattern() const noexcept { return pattern_; }
+    bool has_pattern() const noexcept { return has_pattern_; }
+    /// The position in characters, or npos.
+    std::size_t position() const noexcept { return position_; }
     const char* class_name() const noexcept override { return "RegexError"; }
+
+private:
+    std::string message_;
+    std::string pattern_;
+    bool has_pattern_ = false;
+    std::size_t position_ = npos;
 };
 
 namespace error {

@@ -1,5 +1,5 @@
 #pragma once
-// The text layer: UTF-8 code-point helpers, template filling, the static name
+// The text layer: template filling, the static name
 // filters of `_Naming` and the unique-name registry `_NamesControl`.
 //
 // Strings are UTF-8 `std::string` everywhere; the filters decode explicitly so
@@ -14,16 +14,12 @@
 #include <variant>
 #include <vector>
 
+#include "zerko/foundation/utf8.hpp"
+
 namespace zerko::foundation {
 
 /// The one text encoding of the system.
 inline constexpr std::string_view ENCODING = "utf-8";
-
-/// Decodes UTF-8 to code points; an ill-formed byte becomes U+FFFD.
-std::u32string decode_utf8(std::string_view text);
-/// Encodes code points as UTF-8.
-std::string encode_utf8(std::u32string_view text);
-void append_utf8(std::string& out, char32_t code_point);
 
 /// `text` with every non-overlapping occurrence of `from` replaced by `to`,
 /// scanning from the left (an empty `from` changes nothing).

@@ -8,6 +8,7 @@
 // instead of hanging.
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -63,8 +64,10 @@ public:
     /// clear text (position and reason) for an invalid expression.
     static RegexPtr compile(std::string_view pattern, unsigned flags = None);
 
-    /// The work bound of one match call (PCRE2 match limit). A call that
-    /// exceeds it throws RegexError; it never reads as "no match".
+    /// The base of the work bound of one match call (PCRE2 match limit); the
+    /// bound adds a share that grows with the subject and the pattern, so that
+    /// work linear in the subject never trips it. A call that exceeds it
+    /// throws RegexError; it never reads as "no match".
     static void set_match_limit(std::uint32_t limit);
     static std::uint32_t match_limit();
 
@@ -112,6 +115,20 @@ private:
     std::unique_ptr<Impl> impl_;
     friend struct Impl;
 };
+
+/// Resolves the name of a `\N{...}` escape to its character; nullopt for a
+/// name it does not know.
+using CharacterNames = std::function<std::optional<char32_t>(std::string_view name)>;
+
+/// Installs the resolver of `\N{...}` names for all later compilations.
+/// Python's `re` resolves them with its interpreter's Unicode database
+/// (`unicodedata.lookup`: aliases, any letter case, one Unicode version). The
+/// library does not carry a second copy of that database (some 35,000 names);
+/// the Python face installs the interpreter's own lookup, so that a name means
+/// exactly what it means to the host's `re`, and a C++ program installs the
+/// table it has. With no resolver every name is undefined, and the pattern is
+/// refused as Python refuses an unknown name.
+void set_character_names(CharacterNames resolver);
 
 /// Translates a Python-syntax expression to PCRE2 syntax (exposed for tests).
 /// Throws RegexError for syntax that Python rejects but PCRE2 would accept.

@@ -6,6 +6,7 @@
 
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/naming.hpp"
+#include "zerko/foundation/utf8.hpp"
 
 namespace zerko::hierarchy {
 
@@ -209,17 +210,23 @@ NameMatcher::NameMatcher(std::string_view expression) {
         end_ = end;
         return;
     }
-    // The literal prefix stops at the first special character, and before a
-    // character that a quantifier follows.
+    // The literal prefix stops at the first special character, and before the
+    // whole character (all its UTF-8 bytes) that a quantifier follows.
     std::size_t n = 0;
     while (n < body.size() && !is_metachar(body[n])) ++n;
-    if (n < body.size() && is_quantifier(body[n]) && n > 0) --n;
+    if (n < body.size() && is_quantifier(body[n]) && n > 0) n = foundation::utf8_char_start(body, n - 1);
     const std::string_view rest = body.substr(n);
     if (n > 0 && separable(rest)) {
         expression_ = std::string(expression);
         literal_ = std::string(body.substr(0, n));
         start_ = start;
-        rest_ = regex::Regex::compile(rest);
+        try {
+            rest_ = regex::Regex::compile(rest);
+        } catch (const RegexError&) {
+            // Report the fault in the user's whole expression, at its position there.
+            regex::Regex::compile(expression);
+            throw;
+        }
     } else {
         regex_ = regex::Regex::compile(expression);
     }
@@ -360,14 +367,12 @@ std::size_t Anchor::count_shared_symbols(std::string_view source, std::string_vi
     while (bytes < source.size() && bytes < target.size() && source[bytes] == target[bytes]) ++bytes;
     // Count characters, not bytes: back off to the start of a character
     // that differs in a later byte.
-    auto continuation = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; };
-    while (bytes > 0 && ((bytes < source.size() && continuation(source[bytes])) ||
-                         (bytes < target.size() && continuation(target[bytes])))) {
+    using foundation::is_utf8_continuation;
+    while (bytes > 0 && ((bytes < source.size() && is_utf8_continuation(source[bytes])) ||
+                         (bytes < target.size() && is_utf8_continuation(target[bytes])))) {
         --bytes;
     }
-    std::size_t chars = 0;
-    for (std::size_t i = 0; i < bytes; ++i) chars += !continuation(source[i]);
-    return chars;
+    return foundation::utf8_length(source, bytes);
 }
 
 std::vector<Capture> Anchor::get_scope_sorted(std::string_view path, const std::vector<Capture>& captures) {
