@@ -99,6 +99,37 @@ void python_setenv(const std::string& name, const std::string& value) {
     nb::module_::import_("os").attr("environ")[nb::str(name.c_str())] = nb::str(value.c_str());
 }
 
+// The Api holds the host's operator, environment and callbacks. A host
+// operator keeps its Api (`operator.api = api`) and callbacks close over it,
+// so both form cycles that the collector must see to free them.
+
+/// Whether every share of the operator and of the services that hold it lies
+/// inside this Api: only then is the operator's Python reference the Api's own.
+/// A service handed out to Python (or a check run holding the operator) adds
+/// a share, and the operator is kept until it is gone.
+bool owns_operator(const api::Api& a) {
+    // The operator: the Api and its scene snapshot. The snapshot: the Api, the
+    // hierarchy and the hierarchy's search.
+    return a.op().use_count() == 2 && a.virtual_scene().use_count() == 3 && a.hierarchy().use_count() == 1;
+}
+
+int traverse_api(api::Api& a, visitproc visit, void* arg) {
+    if (owns_operator(a)) Py_VISIT(python_owner(a.op()).ptr());
+    if (a.env().use_count() == 1) {
+        if (const auto* foreign = dynamic_cast<const ForeignEnvironment*>(a.env().get())) {
+            Py_VISIT(foreign->object().ptr());
+        } else {
+            Py_VISIT(python_owner(a.env()).ptr());
+        }
+    }
+    return visit_callbacks(a.callbacks(), visit, arg);
+}
+
+// The operator and the environment are needed for as long as the Api lives;
+// dropping the callbacks (and the instance dictionary) is enough to break
+// every cycle through it.
+void clear_api(api::Api& a) { a.callbacks().clear(); }
+
 }  // namespace
 
 std::shared_ptr<Environment> environment_from_python(nb::handle value) {
@@ -158,7 +189,8 @@ void bind_api(nb::module_& m) {
     nb::tuple version = nb::make_tuple(api::version[0], api::version[1], api::version[2]);
     m.attr("version") = version;
 
-    nb::class_<api::Api>(m, "Api", nb::dynamic_attr(), "A common class to have access to all program components.")
+    using CollectedApi = CollectedType<api::Api, traverse_api, clear_api>;
+    nb::class_<api::Api>(m, "Api", nb::dynamic_attr(), nb::type_slots(CollectedApi::slots), "A common class to have access to all program components.")
         .def(
             "__init__",
             [](api::Api* self, std::shared_ptr<scene::Operator> op, nb::handle environment, nb::handle export_options,

@@ -358,15 +358,33 @@ public:
         Py_DECREF(result);
     }
     const void* identity() const noexcept override { return f_.get().ptr(); }
+    const nb::object& function() const noexcept { return f_.get(); }
 
 private:
     HeldObject f_;
 };
 
+int visit_list(const foundation::CallBacks::List& list, visitproc visit, void* arg) {
+    for (const auto& function : list.functions()) {
+        if (const auto* python = dynamic_cast<const PyCallback*>(function.get())) Py_VISIT(python->function().ptr());
+    }
+    return 0;
+}
+
+int traverse_list(foundation::CallBacks::List& list, visitproc visit, void* arg) { return visit_list(list, visit, arg); }
+void clear_list(foundation::CallBacks::List& list) { list.clear(); }
+int traverse_callbacks(foundation::CallBacks& callbacks, visitproc visit, void* arg) {
+    return visit_callbacks(callbacks, visit, arg);
+}
+void clear_callbacks(foundation::CallBacks& callbacks) { callbacks.clear(); }
+
 void bind_callbacks(nb::module_& m) {
     using foundation::CallBacks;
-    nb::class_<CallBacks> cls(m, "_CallBacks", "Named events that the host's user interface subscribes to.");
-    nb::class_<CallBacks::List>(cls, "List")
+    using CollectedCallBacks = CollectedType<CallBacks, traverse_callbacks, clear_callbacks>;
+    using CollectedList = CollectedType<CallBacks::List, traverse_list, clear_list>;
+    nb::class_<CallBacks> cls(m, "_CallBacks", nb::type_slots(CollectedCallBacks::slots),
+                              "Named events that the host's user interface subscribes to.");
+    nb::class_<CallBacks::List>(cls, "List", nb::type_slots(CollectedList::slots))
         .def(nb::init<>())
         .def("register",
              [](CallBacks::List& l, nb::object f) {
@@ -396,6 +414,13 @@ void bind_callbacks(nb::module_& m) {
 }
 
 }  // namespace
+
+int visit_callbacks(foundation::CallBacks& callbacks, visitproc visit, void* arg) {
+    for (const auto name : foundation::CallBacks::names()) {
+        if (const int stop = visit_list(*callbacks.find(name), visit, arg)) return stop;
+    }
+    return 0;
+}
 
 nb::handle str_type() { return g_str_type; }
 

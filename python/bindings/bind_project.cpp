@@ -550,7 +550,7 @@ void bind_collection(nb::handle project_ns) {
             return !(nb::isinstance<Collection::HttpResponse>(other) && r == nb::cast<const Collection::HttpResponse&>(other));
         });
 
-    nb::class_<Collection::Iteration>(cls, "_Iteration", "A walk over the projects that holds the collection's lock.")
+    nb::class_<Collection::Iteration>(cls, "_Iteration", "A walk over the projects; the collection stays usable between steps.")
         .def("__iter__", [](nb::handle self) { return nb::borrow(self); })
         .def("__next__", [](Collection::Iteration& it) {
             std::shared_ptr<Settings> next;

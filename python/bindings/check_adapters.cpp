@@ -31,7 +31,13 @@ bool is_bool(nb::handle v) { return PyBool_Check(v.ptr()); }
     throw;
 }
 
-nb::object task_object(parameters::Task& task) { return nb::cast(&task, nb::rv_policy::reference); }
+/// The task as Python sees it: a share of the run's own task, so that a check
+/// may keep its argument (in a cache, a closure, a log record) past the run.
+/// Only a task that no shared pointer owns goes as a bare reference.
+nb::object task_object(parameters::Task& task) {
+    if (auto owner = task.weak_from_this().lock()) return nb::cast(std::move(owner));
+    return nb::cast(&task, nb::rv_policy::reference);
+}
 
 }  // namespace
 

@@ -16,8 +16,13 @@
 #include "zerko/foundation/json_document.hpp"
 
 #include "zerko/foundation/errors.hpp"
+#include <memory>
 #include <string>
 #include <vector>
+
+namespace zerko::foundation {
+class CallBacks;
+}
 
 namespace nb = nanobind;
 
@@ -56,6 +61,56 @@ public:
 
 private:
     nb::object object_;
+};
+
+// ---- cyclic garbage collection ----------------------------------------------
+// A C++ object that holds Python objects hides those references from Python's
+// collector, so a cycle through it (a host operator keeping its Api, a
+// callback that closes over the Api) is never freed. Types whose objects hold
+// Python objects report them through these slots.
+
+/// The Python instance that `object` lives in, or null for an object made in
+/// C++. Every shared pointer to an object inside a Python instance was made
+/// from that instance and holds a reference to it.
+template <typename T>
+nb::handle python_owner(const std::shared_ptr<T>& object) {
+    if (!object) return {};
+    const nb::object found = nb::find(object.get());
+    if (!found.is_valid() || !nb::inst_state(found).second) return {};
+    // Borrowed: `object` keeps the instance alive.
+    return found;
+}
+
+/// Reports the Python functions registered in every event of `callbacks`.
+int visit_callbacks(foundation::CallBacks& callbacks, visitproc visit, void* arg);
+
+/// tp_traverse and tp_clear for the bound type T. `Traverse` reports what a
+/// T holds, `Clear` drops it. Only an instance that owns its T reports or
+/// drops anything: a view of another object's part owns no references. The
+/// instance dictionary of a type with dynamic attributes is handled as well.
+template <typename T, int (*Traverse)(T&, visitproc, void*), void (*Clear)(T&)>
+struct CollectedType {
+    static PyObject** dict(PyObject* self) {
+        const Py_ssize_t offset = Py_TYPE(self)->tp_dictoffset;
+        return offset > 0 ? reinterpret_cast<PyObject**>(reinterpret_cast<char*>(self) + offset) : nullptr;
+    }
+    static bool owns(PyObject* self) {
+        const auto [ready, owned] = nb::inst_state(self);
+        return ready && owned;
+    }
+    static int traverse(PyObject* self, visitproc visit, void* arg) {
+        Py_VISIT(Py_TYPE(self));
+        if (PyObject** d = dict(self)) Py_VISIT(*d);
+        return owns(self) ? Traverse(*nb::inst_ptr<T>(self), visit, arg) : 0;
+    }
+    static int clear(PyObject* self) {
+        if (PyObject** d = dict(self)) Py_CLEAR(*d);
+        if (owns(self)) Clear(*nb::inst_ptr<T>(self));
+        return 0;
+    }
+    static inline PyType_Slot slots[] = {{Py_tp_traverse, reinterpret_cast<void*>(&traverse)},
+                                         {Py_tp_clear, reinterpret_cast<void*>(&clear)},
+                                         {0, nullptr}};
 };
 
 /// Python value (None, bool, int, float, str, dict with str keys, list,

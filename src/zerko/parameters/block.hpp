@@ -36,8 +36,10 @@
 
 namespace zerko::parameters {
 
-/// One complete set of values of a block; also named Block::Task.
-class Task {
+/// One complete set of values of a block; also named Block::Task. Tasks
+/// live in shared pointers, and a task hands out shares of itself so that a
+/// check that keeps its argument keeps the task alive.
+class Task : public std::enable_shared_from_this<Task> {
 public:
     /// Clones every node of `inputs` and builds the name table; a node
     /// that is no input (ParameterInputType) or a repeated name

@@ -208,9 +208,11 @@ void Collection::erase_project(const std::string& path) {
 }
 
 std::shared_ptr<Settings> Collection::Iteration::next() {
+    // The lock is taken for one step at a time: the caller runs its own code
+    // between steps, and that code may call back into the collection.
+    std::lock_guard lock(collection_.mutex_edit_);
     if (!started_) {
         started_ = true;
-        lock_ = std::unique_lock(collection_.mutex_edit_);
         for (const auto& [path, settings] : collection_.table_) keys_.push_back(path);
     }
     while (index_ < keys_.size()) {
@@ -219,7 +221,6 @@ std::shared_ptr<Settings> Collection::Iteration::next() {
             if (path == key) return settings;
         }
     }
-    if (lock_.owns_lock()) lock_.unlock();
     return nullptr;
 }
 

@@ -86,18 +86,17 @@ private:
     std::shared_ptr<Collection*> link_;
 };
 
-/// A walk over the projects that holds the collection's lock from the first
-/// step until it ends or is destroyed. Within it no other locking operation
-/// of the collection may be called.
+/// A walk over the projects present at its first step, in order of loading;
+/// a project erased meanwhile is skipped. The collection's lock is held only
+/// within each step, so the walker may use the collection between steps.
 class Collection::Iteration {
 public:
     explicit Iteration(Collection& collection) : collection_(collection) {}
-    /// The next project, or null at the end (which releases the lock).
+    /// The next project, or null at the end.
     std::shared_ptr<Settings> next();
 
 private:
     Collection& collection_;
-    std::unique_lock<std::mutex> lock_;
     std::vector<std::string> keys_;
     std::size_t index_ = 0;
     bool started_ = false;
