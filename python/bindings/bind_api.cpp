@@ -201,7 +201,7 @@ void bind_api(nb::module_& m) {
                     // The host's embedded checks: a loaded module with a file.
                     nb::object file = nb::getattr(checks, "__file__", nb::none());
                     if (!PyUnicode_Check(file.ptr())) throw TypeError("checks must be a loaded module with a file");
-                    sources.module_file = nb::cast<std::string>(file);
+                    sources.module_file = utf8(file);
                 }
                 new (self) api::Api(std::move(op), environment_from_python(environment), std::move(sources));
             },

@@ -141,7 +141,7 @@ public:
         nb::tuple result = nb::borrow<nb::tuple>(nb::handle(g_search)(nb::str(directory.c_str(), directory.size())));
         for (nb::handle cls : result[0]) found.classes.push_back(std::make_shared<PythonClass>(nb::borrow(cls)));
         for (nb::handle failure : result[1]) {
-            found.failures.push_back({nb::cast<std::string>(failure[0]), nb::cast<std::string>(failure[1])});
+            found.failures.push_back({utf8(failure[0]), utf8(failure[1])});
         }
         return found;
     }
@@ -221,7 +221,7 @@ void bind_classes(nb::handle ns) {
         .def("__len__", &Classes::size)
         .def("get", [](const Classes& self, nb::handle class_id) -> nb::object {
             if (!PyUnicode_Check(class_id.ptr())) return nb::none();
-            return class_object(self.get(nb::cast<std::string>(class_id)));
+            return class_object(self.get(utf8(class_id, "class_id")));
         }, nb::arg("class_id").none())
         .def_prop_ro("_array", [](nb::handle self) {
             return synced_list(self, "_array", nb::cast<const Classes&>(self).array());
@@ -297,7 +297,7 @@ void bind_editor(nb::module_& m) {
         .def_prop_ro("_config_loaded", &Editor::config_loaded)
         .def_prop_ro("_presets", &Editor::presets)
         .def("create", [](Editor& e, nb::handle name) {
-            if (PyUnicode_Check(name.ptr())) e.create(nb::cast<std::string>(name));
+            if (PyUnicode_Check(name.ptr())) e.create(utf8(name));
         }, nb::arg("name").none())
         .def("upload", [](Editor& e, nb::handle preset) { e.upload(preset_or_null(preset)); }, nb::arg("preset").none())
         .def("apply", [](Editor& e, nb::handle preset) { e.apply(preset_or_null(preset)); }, nb::arg("preset").none())
@@ -309,7 +309,7 @@ void set_icon(Task& task, nb::handle icon) {
     task.icon.clear();
     task.host_icon.reset();
     if (PyUnicode_Check(icon.ptr())) {
-        task.icon = nb::cast<std::string>(icon);
+        task.icon = utf8(icon);
     } else if (!icon.is_none()) {
         task.host_icon = std::make_shared<HeldObject>(nb::borrow(icon));
     }

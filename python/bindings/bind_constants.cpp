@@ -49,7 +49,7 @@ void bind_mask(nb::module_& m) {
             "__init__",
             [](TypeMapping* self, nb::dict table) {
                 TypeMapping::Table t;
-                for (auto [k, v] : table) t.emplace_back(nb::cast<std::string>(k), nb::cast<std::string>(v));
+                for (auto [k, v] : table) t.emplace_back(utf8(k, "table"), utf8(v, "table"));
                 new (self) TypeMapping(t);
             },
             nb::arg("table"))
@@ -75,7 +75,7 @@ void bind_mask(nb::module_& m) {
             "__init__",
             [](Mask::Item* self, nb::args constants, std::string name, std::string attr, bool mapped) {
                 std::vector<std::string> list;
-                for (nb::handle c : constants) list.push_back(nb::cast<std::string>(c));
+                for (nb::handle c : constants) list.push_back(utf8(c, "constants"));
                 new (self) Mask::Item(std::move(list), std::move(name), std::move(attr), mapped);
             },
             nb::arg("constants"), nb::kw_only(), nb::arg("name") = "", nb::arg("attr") = "", nb::arg("mapped") = false)

@@ -96,7 +96,7 @@ void bind_export(nb::module_& m) {
         .def(
             "select",
             [](Options& o, nb::handle option) {
-                if (PyUnicode_Check(option.ptr())) return o.select(std::string_view(nb::cast<std::string>(option)));
+                if (PyUnicode_Check(option.ptr())) return o.select(std::string_view(utf8(option)));
                 parameters::Options* exporter = nullptr;
                 if (option.is_none() || !nb::try_cast(option, exporter)) exporter = nullptr;
                 o.select(exporter);

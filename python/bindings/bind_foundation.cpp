@@ -56,14 +56,18 @@ void bind_strings(nb::module_& m) {
                 if (PyBool_Check(a.ptr())) {
                     converted.emplace_back(std::string(a.ptr() == Py_True ? "True" : "False"));
                 } else if (PyLong_Check(a.ptr())) {
-                    converted.emplace_back(static_cast<std::int64_t>(nb::cast<long long>(a)));
+                    // An int beyond 64 bits is shown as Python shows it.
+                    int overflow = 0;
+                    const long long n = PyLong_AsLongLongAndOverflow(a.ptr(), &overflow);
+                    if (overflow == 0) converted.emplace_back(static_cast<std::int64_t>(n));
+                    else converted.emplace_back(utf8(nb::str(a)));
                 } else if (PyFloat_Check(a.ptr())) {
                     converted.emplace_back(nb::cast<double>(a));
                 } else {
-                    converted.emplace_back(nb::cast<std::string>(nb::str(a)));
+                    converted.emplace_back(utf8(nb::str(a)));
                 }
             }
-            const auto text = foundation::format(nb::cast<std::string>(nb::str(templ)), converted);
+            const auto text = foundation::format(utf8(nb::str(templ)), converted);
             return to_str(nb::str(text.c_str(), text.size()));
         },
         nb::arg("template"), nb::arg("args"), "Fills the {} placeholders of template from the sequence args.");
@@ -122,7 +126,7 @@ nb::object make_error(nb::handle scope, const char* name, std::string_view sente
         ns["__init__"] = nb::cpp_function(
             [text, exception_type](nb::handle self, nb::object value) {
                 const bool given = PyObject_IsTrue(value.ptr()) == 1;
-                const std::string shown = given ? nb::cast<std::string>(nb::str(value)) : std::string();
+                const std::string shown = given ? utf8(nb::str(value)) : std::string();
                 self.attr("_text") = nb::str(error::named_sentence(text, shown).c_str());
                 if (given) exception_type.attr("__init__")(self, value);
                 else exception_type.attr("__init__")(self);
@@ -230,9 +234,9 @@ bool describe_python(const std::exception_ptr& p, ErrorDescription& out) {
     } catch (nb::python_error& e) {
         nb::gil_scoped_acquire gil;
         nb::handle value = e.value();
-        out.class_name = nb::cast<std::string>(nb::handle((PyObject*)Py_TYPE(value.ptr())).attr("__name__"));
+        out.class_name = utf8(nb::handle((PyObject*)Py_TYPE(value.ptr())).attr("__name__"));
         try {
-            out.text = nb::cast<std::string>(nb::str(value));
+            out.text = utf8(nb::str(value));
         } catch (nb::python_error&) {
             out.text = "<unprintable error>";
         }
@@ -284,7 +288,7 @@ private:
     HeldObject root_;
 };
 
-std::string message_text(nb::handle message) { return nb::cast<std::string>(nb::str(message)); }
+std::string message_text(nb::handle message) { return utf8(nb::str(message)); }
 
 void bind_logger(nb::module_& m) {
     struct LoggerTag {};
@@ -336,7 +340,7 @@ void bind_assertions(nb::module_& m) {
     input.attr("attribute") = nb::cpp_function(
         [](nb::handle name) {
             if (!PyUnicode_Check(name.ptr())) throw TypeError("Wrong Type for Attribute Name");
-            Assert::Parameters::Input::attribute(nb::cast<std::string>(name));
+            Assert::Parameters::Input::attribute(utf8(name));
         },
         nb::arg("name").none());
     nb::object json_ns = make_namespace(ns, "Json");

@@ -34,7 +34,7 @@ nb::object location_object(const Location& l) { return nb::cast(l, nb::rv_policy
 // regex, types and range (minimum, maximum).
 std::shared_ptr<Rule> rule_from(nb::handle config) {
     auto rule = std::make_shared<Rule>();
-    auto read = [&](const char* name) { return nb::cast<std::string>(nb::str(nb::getattr(config, name, nb::str("")))); };
+    auto read = [&](const char* name) { return utf8(nb::str(nb::getattr(config, name, nb::str("")))); };
     rule->stamp = read("stamp");
     rule->name = read("name");
     rule->icon = read("icon");
@@ -42,12 +42,12 @@ std::shared_ptr<Rule> rule_from(nb::handle config) {
     rule->regex = read("regex");
     nb::object types = nb::getattr(config, "types", nb::none());
     if (!types.is_none()) {
-        for (nb::handle t : types) rule->types.push_back(nb::cast<std::string>(nb::str(t)));
+        for (nb::handle t : types) rule->types.push_back(utf8(nb::str(t)));
     }
     nb::object range = nb::getattr(config, "range", nb::none());
     if (!range.is_none()) {
-        rule->range.minimum = nb::cast<std::int64_t>(range.attr("minimum"));
-        rule->range.maximum = nb::cast<std::int64_t>(range.attr("maximum"));
+        rule->range.minimum = int64_of(range.attr("minimum"), "range.minimum");
+        rule->range.maximum = int64_of(range.attr("maximum"), "range.maximum");
     }
     return rule;
 }
@@ -56,7 +56,7 @@ std::shared_ptr<Rule> rule_from(nb::handle config) {
 hierarchy::TreeNode tree_from(nb::handle node) {
     hierarchy::TreeNode out;
     nb::object rule = nb::getattr(node, "rule", nb::none());
-    if (!rule.is_none()) out.stamp = nb::cast<std::string>(nb::str(nb::getattr(rule, "stamp", nb::str(""))));
+    if (!rule.is_none()) out.stamp = utf8(nb::str(nb::getattr(rule, "stamp", nb::str(""))));
     nb::object children = nb::getattr(node, "children", nb::none());
     if (!children.is_none()) {
         for (nb::handle child : children) out.children.push_back(tree_from(child));
@@ -64,9 +64,16 @@ hierarchy::TreeNode tree_from(nb::handle node) {
     return out;
 }
 
-Scopes scopes_from(nb::handle list) {
+/// A list of scopes; anything else in it is a TypeError naming the argument.
+Scopes scopes_from(nb::handle list, const char* what) {
     Scopes out;
-    for (nb::handle s : list) out.push_back(nb::cast<std::shared_ptr<Scope>>(s));
+    for (nb::handle s : list) {
+        std::shared_ptr<Scope> scope;
+        if (!nb::try_cast(s, scope) || !scope) {
+            throw TypeError(std::string(what) + " must hold Pattern.Scope objects, not " + Py_TYPE(s.ptr())->tp_name);
+        }
+        out.push_back(std::move(scope));
+    }
     return out;
 }
 
@@ -86,15 +93,19 @@ nb::dict expressions_to(const AnchorState& state) {
     return out;
 }
 
-hierarchy::Expressions expressions_from(nb::handle mapping) {
-    hierarchy::Expressions out;
-    for (auto [key, values] : nb::cast<nb::dict>(mapping)) {
-        std::vector<Capture> captures;
-        for (nb::handle pair : values) {
-            captures.push_back({nb::cast<std::string>(pair[0]), nb::cast<std::string>(pair[1])});
-        }
-        out.emplace_back(nb::cast<std::string>(key), std::move(captures));
+/// (text, path) pairs.
+std::vector<Capture> captures_from(nb::handle pairs, const char* what) {
+    std::vector<Capture> out;
+    for (nb::handle pair : pairs) out.push_back({utf8(pair[0], what), utf8(pair[1], what)});
+    return out;
+}
+
+hierarchy::Expressions expressions_from(nb::handle mapping, const char* what) {
+    if (!PyDict_Check(mapping.ptr())) {
+        throw TypeError(std::string(what) + " must be a dict, not " + Py_TYPE(mapping.ptr())->tp_name);
     }
+    hierarchy::Expressions out;
+    for (auto [key, values] : nb::borrow<nb::dict>(mapping)) out.emplace_back(utf8(key, what), captures_from(values, what));
     return out;
 }
 
@@ -107,7 +118,7 @@ void bind_virtual(nb::module_& m) {
             "__init__",
             [](Location* self, std::string name, std::string path, std::string type, nb::handle children) {
                 new (self) Location{std::move(name), std::move(path), std::move(type),
-                                    expect_strings(children, "children"), {}};
+                                    utf8_list(children, "children"), {}};
             },
             nb::arg("name"), nb::arg("path"), nb::arg("type"), nb::arg("children").none() = nb::none())
         .def_prop_ro("name", [](const Location& l) { return text(l.name); })
@@ -185,7 +196,7 @@ void bind_pattern(nb::object hierarchy_cls) {
         .def(
             "__init__",
             [](Scope* self, std::shared_ptr<Rule> rule, nb::handle children) {
-                new (self) Scope{std::move(rule), children.is_none() ? Scopes{} : scopes_from(children)};
+                new (self) Scope{std::move(rule), children.is_none() ? Scopes{} : scopes_from(children, "children")};
             },
             nb::arg("rule").none(), nb::arg("children").none() = nb::none())
         .def_prop_ro("rule", [](const Scope& s) { return s.rule; })
@@ -195,7 +206,7 @@ void bind_pattern(nb::object hierarchy_cls) {
     nb::class_<SorterTag>(pattern, "_Sorter", "A sort algorithm for hierarchy pattern items for more effective search.")
         .def_static("sort", [](nb::list layer) {
             // Sorts the given list in place, keeping its identity.
-            auto scopes = scopes_from(layer);
+            auto scopes = scopes_from(layer, "pattern");
             hierarchy::Sorter::sort(scopes);
             for (std::size_t i = 0; i < scopes.size(); ++i) layer[i] = nb::cast(scopes[i]);
         }, nb::arg("pattern"))
@@ -240,8 +251,8 @@ void bind_anchor(nb::object hierarchy_cls) {
     nb::class_<Anchor> anchor(hierarchy_cls, "Anchor", "An extended logic for regular expression.");
     nb::class_<AnchorState>(anchor, "_State")
         .def(nb::init<>())
-        .def("set", [](AnchorState& s, nb::handle e) { s.set(expressions_from(e)); }, nb::arg("expressions"))
-        .def("set_expressions", [](AnchorState& s, nb::handle e) { s.set_expressions(expressions_from(e)); },
+        .def("set", [](AnchorState& s, nb::handle e) { s.set(expressions_from(e, "expressions")); }, nb::arg("expressions"))
+        .def("set_expressions", [](AnchorState& s, nb::handle e) { s.set_expressions(expressions_from(e, "structure")); },
              nb::arg("structure"))
         .def("make_hash", &AnchorState::make_hash)
         .def("clone", &AnchorState::clone)
@@ -265,10 +276,8 @@ void bind_anchor(nb::object hierarchy_cls) {
         .def_static("merge_ends", &Anchor::merge_ends, nb::arg("anchor"), nb::arg("expr_part"), nb::arg("expr_source"))
         .def_static("count_shared_symbols", &Anchor::count_shared_symbols, nb::arg("source"), nb::arg("target"))
         .def_static("get_scope_sorted", [](std::string_view path, nb::handle array) {
-            std::vector<Capture> captures;
-            for (nb::handle pair : array) captures.push_back({nb::cast<std::string>(pair[0]), nb::cast<std::string>(pair[1])});
             nb::list out;
-            for (const auto& c : Anchor::get_scope_sorted(path, captures)) out.append(nb::make_tuple(text(c.text), text(c.path)));
+            for (const auto& c : Anchor::get_scope_sorted(path, captures_from(array, "array"))) out.append(nb::make_tuple(text(c.text), text(c.path)));
             return out;
         }, nb::arg("path"), nb::arg("array"))
         .def("match", &Anchor::match, nb::arg("expression"), nb::arg("name"), nb::arg("path"))
@@ -295,7 +304,7 @@ void bind_search(nb::object hierarchy_cls) {
     search.def(nb::init<std::shared_ptr<const Virtual>>(), nb::arg("operator"))
         .def_prop_ro("logic", [](Search& s) -> Anchor& { return s.logic; }, nb::rv_policy::reference_internal)
         .def("layer", [](Search& s, const scene::Paths& roots, nb::handle scopes, bool exact) {
-            const auto list = scopes_from(scopes);
+            const auto list = scopes_from(scopes, "scopes");
             nb::gil_scoped_release release;
             return s.layer(roots, list, exact);
         }, nb::arg("roots"), nb::arg("scopes"), nb::arg("exact") = true);
@@ -325,13 +334,13 @@ void bind_hierarchy(nb::module_& m) {
         .def("is_valid", &Hierarchy::is_valid, nb::arg("roots"), Guard())
         .def("find_anchors", &Hierarchy::find_anchors, Guard())
         .def("match", [](Hierarchy& h, const scene::Paths& roots, nb::handle pattern) {
-            const auto scopes = scopes_from(pattern);
+            const auto scopes = scopes_from(pattern, "pattern");
             nb::gil_scoped_release release;
             return h.match(roots, scopes);
         }, nb::arg("roots"), nb::arg("pattern"))
         .def("cut", &Hierarchy::cut, nb::arg("scope"), Guard(),
              "Masks, takes away and validates candidate hierarchies until nothing is claimed.")
-        .def_static("_is_optional", [](nb::handle pattern) { return Hierarchy::is_optional(scopes_from(pattern)); },
+        .def_static("_is_optional", [](nb::handle pattern) { return Hierarchy::is_optional(scopes_from(pattern, "pattern")); },
                     nb::arg("pattern"))
         .def_static("_is_deadlock", &Hierarchy::is_deadlock, nb::arg("response"));
 }

@@ -33,7 +33,7 @@ std::int64_t int_arg(nb::handle v) {
     if (!PyLong_Check(v.ptr()) || PyBool_Check(v.ptr())) plain_type_error();
     int overflow = 0;
     const long long n = PyLong_AsLongLongAndOverflow(v.ptr(), &overflow);
-    if (overflow != 0) plain_type_error();
+    if (overflow != 0) raise_overflow("integer");
     return n;
 }
 
@@ -50,7 +50,7 @@ double number_arg(nb::handle v) {
 
 std::string str_arg(nb::handle v) {
     if (!PyUnicode_Check(v.ptr())) plain_type_error();
-    return nb::cast<std::string>(v);
+    return utf8(v);
 }
 
 bool bool_arg(nb::handle v) {
@@ -67,7 +67,7 @@ bool truth(nb::handle v) {
 /// An attribute name, checked before anything else of a declaration.
 std::string attr_arg(nb::handle v) {
     if (!PyUnicode_Check(v.ptr())) throw TypeError("Wrong Type for Attribute Name");
-    std::string name = nb::cast<std::string>(v);
+    std::string name = utf8(v);
     foundation::Assert::Parameters::Input::attribute(name);
     return name;
 }
@@ -97,7 +97,7 @@ std::shared_ptr<T> object_arg(nb::handle v) {
 template <typename T>
 auto text_setter(std::string T::*field) {
     return [field](T& self, nb::handle value) {
-        if (PyUnicode_Check(value.ptr())) self.*field = nb::cast<std::string>(value);
+        if (PyUnicode_Check(value.ptr())) self.*field = utf8(value);
     };
 }
 
@@ -368,7 +368,7 @@ void bind_inputs(nb::handle ns) {
         .def_prop_rw("text", [](const RegEx& r) { return r.text; }, text_setter(&RegEx::text), nb::arg("value").none())
         .def("__eq__",
              [](const RegEx& self, nb::handle other) {
-                 if (PyUnicode_Check(other.ptr())) return self == nb::cast<std::string>(other);
+                 if (PyUnicode_Check(other.ptr())) return self == utf8(other);
                  RegEx* regex = nullptr;
                  if (!other.is_none() && nb::try_cast(other, regex) && regex) return self == *regex;
                  return false;
@@ -620,7 +620,7 @@ void bind_block(nb::handle ns) {
                  if (PyUnicode_Check(name.ptr()) && nb::inst_ready(self)) {
                      const Task& task = nb::cast<const Task&>(self);
                      if (!task.attributes().empty()) {
-                         if (auto input = task.attribute(nb::cast<std::string_view>(name))) return nb::cast(input);
+                         if (auto input = task.attribute(utf8(name))) return nb::cast(input);
                      }
                  }
                  PyObject* found = PyObject_GenericGetAttr(self.ptr(), name.ptr());

@@ -65,7 +65,7 @@ std::shared_ptr<T> shared_or_null(nb::handle value) {
 template <typename T>
 auto text_setter(void (*set)(T&, std::string)) {
     return [set](T& self, nb::handle value) {
-        if (is_text(value)) set(self, nb::cast<std::string>(value));
+        if (is_text(value)) set(self, utf8(value));
     };
 }
 
@@ -81,10 +81,10 @@ void bind_rules(nb::handle settings_cls) {
     nb::class_<Rule::Range>(rule, "Range", "How many times a rule's objects may occur, both ends inclusive.")
         .def(nb::init<std::int64_t, std::int64_t>(), nb::arg("minimum") = 1, nb::arg("maximum") = 1)
         .def_prop_rw("minimum", [](const Rule::Range& r) { return r.minimum; },
-                     [](Rule::Range& r, nb::handle v) { if (is_int(v)) r.minimum = nb::cast<std::int64_t>(v); },
+                     [](Rule::Range& r, nb::handle v) { if (is_int(v)) r.minimum = int64_of(v, "minimum"); },
                      nb::arg("value").none())
         .def_prop_rw("maximum", [](const Rule::Range& r) { return r.maximum; },
-                     [](Rule::Range& r, nb::handle v) { if (is_int(v)) r.maximum = nb::cast<std::int64_t>(v); },
+                     [](Rule::Range& r, nb::handle v) { if (is_int(v)) r.maximum = int64_of(v, "maximum"); },
                      nb::arg("value").none())
         .def_prop_ro("data", &Rule::Range::data)
         .def("__eq__", [](const Rule::Range& r, nb::handle other) {
@@ -114,7 +114,7 @@ void bind_rules(nb::handle settings_cls) {
                 std::vector<std::string> types;
                 for (nb::handle item : value) {
                     if (!is_text(item)) return;
-                    types.push_back(nb::cast<std::string>(item));
+                    types.push_back(utf8(item));
                 }
                 r.set_types(std::move(types));
             },
@@ -152,7 +152,7 @@ void bind_rules(nb::handle settings_cls) {
                  l.reorder(given);
              })
         .def("get", [](const Rule::List& l, nb::handle stamp) -> std::shared_ptr<Rule> {
-                 return is_text(stamp) ? l.get(nb::cast<std::string>(stamp)) : nullptr;
+                 return is_text(stamp) ? l.get(utf8(stamp)) : nullptr;
              }, nb::arg("stamp").none())
         .def("append", [](Rule::List& l, nb::handle rule) {
                  auto shared = shared_or_null<Rule>(rule);
@@ -330,7 +330,7 @@ void bind_records(nb::handle settings_cls) {
     history.def("__iter__", [](const History& h) { return iterate(h.records()); })
         .def("__len__", &History::size)
         .def_prop_rw("pointer", &History::pointer,
-                     [](History& h, nb::handle value) { if (is_int(value)) h.set_pointer(nb::cast<std::int64_t>(value)); },
+                     [](History& h, nb::handle value) { if (is_int(value)) h.set_pointer(int64_of(value, "pointer")); },
                      nb::arg("value").none())
         .def_prop_ro("_pointer", &History::pointer)
         .def_prop_ro("edit_toggle", &History::edit_toggle, nb::rv_policy::reference_internal)
@@ -356,8 +356,13 @@ void bind_records(nb::handle settings_cls) {
         .def("__init__",
              [](Record* self, nb::handle history, nb::handle data, nb::handle timestamp) {
                  std::int64_t stamp = 0;
-                 if (PyFloat_Check(timestamp.ptr())) stamp = static_cast<std::int64_t>(nb::cast<double>(timestamp));
-                 else if (!timestamp.is_none()) stamp = nb::cast<std::int64_t>(timestamp);
+                 if (PyFloat_Check(timestamp.ptr())) {
+                     const double seconds = PyFloat_AS_DOUBLE(timestamp.ptr());
+                     if (!(seconds > -9.2e18 && seconds < 9.2e18)) raise_overflow("timestamp");
+                     stamp = static_cast<std::int64_t>(seconds);
+                 }
+                 else if (PyBool_Check(timestamp.ptr())) stamp = timestamp.ptr() == Py_True;
+                 else if (!timestamp.is_none()) stamp = int64_of(timestamp, "timestamp");
                  new (self) Record(shared_or_null<History>(history), json_or(data, Document::object()), stamp);
              },
              nb::arg("history").none(), nb::arg("data").none() = nb::none(), nb::arg("timestamp").none() = 0)
@@ -380,7 +385,7 @@ void bind_records(nb::handle settings_cls) {
         .def("clear_comment", &Record::clear_comment)
         .def("clear_timestamp", &Record::clear_timestamp)
         .def_prop_rw("timestamp", [](const Record& r) { return r.timestamp; },
-                     [](Record& r, nb::handle v) { if (is_int(v)) r.timestamp = nb::cast<std::int64_t>(v); },
+                     [](Record& r, nb::handle v) { if (is_int(v)) r.timestamp = int64_of(v, "timestamp"); },
                      nb::arg("value").none())
         .def_prop_rw("author", [](const Record& r) { return r.author; },
                      text_setter<Record>([](Record& r, std::string v) { r.author = std::move(v); }), nb::arg("value").none())
@@ -414,7 +419,7 @@ void bind_version(nb::handle settings_cls) {
              nb::arg("instance").none(), nb::arg("owner").none() = nb::none())
         .def("__set__",
              [](const FormatVersion&, Settings& instance, nb::handle value) {
-                 if (is_int(value)) instance.version = nb::cast<int>(value);
+                 if (is_int(value)) instance.version = int_of(value, "version");
              },
              nb::arg("instance"), nb::arg("value").none());
     nb::setattr(settings_cls, "version", nb::cast(FormatVersion{}));
@@ -525,7 +530,7 @@ void bind_collection(nb::handle project_ns) {
                      nb::object value = platform.attr("getheader")(nb::str(name.data(), name.size()),
                                                                    nb::str(fallback.data(), fallback.size()));
                      if (!is_text(value)) return std::nullopt;
-                     return nb::cast<std::string>(value);
+                     return utf8(value);
                  };
                  const auto read = [platform]() -> std::string {
                      nb::object body = platform.attr("read")();

@@ -122,9 +122,8 @@ void bind_scene(nb::module_& m) {
               // The subclass's class-level TYPE_MAPPING becomes its type table.
               constants::TypeMapping::Table table;
               nb::object mapping = nb::handle((PyObject*)Py_TYPE(v.h.ptr())).attr("TYPE_MAPPING");
-              for (auto [k, t] : nb::cast<nb::dict>(mapping)) {
-                  table.emplace_back(nb::cast<std::string>(k), nb::cast<std::string>(t));
-              }
+              if (!PyDict_Check(mapping.ptr())) throw TypeError("TYPE_MAPPING must be a dict");
+              for (auto [k, t] : nb::borrow<nb::dict>(mapping)) table.emplace_back(utf8(k, "TYPE_MAPPING"), utf8(t, "TYPE_MAPPING"));
               if (nb::inst_python_derived(v.h)) new (v.p) PyOperator(table);
               else new (v.p) Operator(table);
           })
@@ -137,7 +136,7 @@ void bind_scene(nb::module_& m) {
         .def("get_selection_roots", &Operator::get_selection_roots)
         .def("select", [](Operator& o, nb::args paths) {
             scene::Paths list;
-            for (nb::handle p : paths) list.push_back(nb::cast<std::string>(p));
+            for (nb::handle p : paths) list.push_back(utf8(p, "paths"));
             o.select(list);
         })
         .def("selection_manager", [](Operator& o) { return ScopeManager{o.selection_manager()}; })

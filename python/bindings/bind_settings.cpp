@@ -50,7 +50,7 @@ void bind_sections(nb::handle outer) {
         .def("__init__", [](Workspace* self, nb::handle data) { new (self) Workspace(section_from_python(data)); },
              nb::arg("data").none() = nb::none())
         .def_prop_rw("project", [](const Workspace& w) { return to_str(nb::str(w.project.c_str())); },
-                     quiet_setter<Workspace>(is_text, [](Workspace& w, nb::handle v) { w.project = nb::cast<std::string>(v); }),
+                     quiet_setter<Workspace>(is_text, [](Workspace& w, nb::handle v) { w.project = utf8(v); }),
                      nb::arg("value").none())
         .def_prop_rw("check_updates", [](const Workspace& w) { return w.check_updates; },
                      quiet_setter<Workspace>(is_bool, [](Workspace& w, nb::handle v) { w.check_updates = nb::cast<bool>(v); }),
@@ -61,10 +61,10 @@ void bind_sections(nb::handle outer) {
         .def("__init__", [](Export* self, nb::handle data) { new (self) Export(section_from_python(data)); },
              nb::arg("data").none() = nb::none())
         .def_prop_rw("mode", [](const Export& e) { return e.mode; },
-                     quiet_setter<Export>(is_int, [](Export& e, nb::handle v) { e.mode = nb::cast<int>(v); }),
+                     quiet_setter<Export>(is_int, [](Export& e, nb::handle v) { e.mode = int_of(v, "mode"); }),
                      nb::arg("value").none())
         .def_prop_rw("directory", [](const Export& e) { return to_str(nb::str(e.directory.c_str())); },
-                     quiet_setter<Export>(is_text, [](Export& e, nb::handle v) { e.directory = nb::cast<std::string>(v); }),
+                     quiet_setter<Export>(is_text, [](Export& e, nb::handle v) { e.directory = utf8(v); }),
                      nb::arg("value").none())
         .def_prop_ro("data", &Export::data);
 
@@ -78,7 +78,7 @@ void bind_sections(nb::handle outer) {
                      quiet_setter<Server>(is_bool, [](Server& s, nb::handle v) { s.erase_sent = nb::cast<bool>(v); }),
                      nb::arg("value").none())
         .def_prop_rw("host", [](const Server& s) { return to_str(nb::str(s.host().c_str())); },
-                     quiet_setter<Server>(is_text, [](Server& s, nb::handle v) { s.set_host(nb::cast<std::string>(v)); }),
+                     quiet_setter<Server>(is_text, [](Server& s, nb::handle v) { s.set_host(utf8(v)); }),
                      nb::arg("value").none())
         .def_prop_rw("port", [](const Server& s) { return s.port(); },
                      quiet_setter<Server>(is_int, [](Server& s, nb::handle v) {
@@ -120,7 +120,7 @@ void bind_urls(nb::handle outer) {
 
 /// A filter method named by any object: only text can name one.
 std::string method_name(nb::handle method) {
-    return PyUnicode_Check(method.ptr()) ? nb::cast<std::string>(method) : std::string("\x01unknown");
+    return PyUnicode_Check(method.ptr()) ? utf8(method) : std::string("\x01unknown");
 }
 
 }  // namespace
@@ -133,7 +133,7 @@ void bind_settings(nb::module_& m) {
         // over what it nested there (the check settings).
         nb::object names = nb::module_::import_("builtins").attr("vars")(earlier);
         for (nb::handle name : nb::list(names)) {
-            const std::string text = nb::cast<std::string>(name);
+            const std::string text = utf8(name);
             if (text.rfind("__", 0) == 0) continue;
             nb::setattr(cls, name, earlier.attr(name));
         }

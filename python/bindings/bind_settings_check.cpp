@@ -146,7 +146,7 @@ void bind_settings_check(nb::handle settings_class) {
         .def("mask", [](Config& self, nb::handle keys) {
             std::vector<std::string> ids;
             for (nb::handle key : keys) {
-                if (PyUnicode_Check(key.ptr())) ids.push_back(nb::cast<std::string>(key));
+                if (PyUnicode_Check(key.ptr())) ids.push_back(utf8(key));
             }
             self.mask(ids);
         }, nb::arg("keys"))
@@ -211,7 +211,7 @@ void bind_settings_check(nb::handle settings_class) {
         .def("embed", [](DirectoryList& self, nb::handle module) {
             nb::object file = nb::getattr(module, "__file__", nb::none());
             if (!PyUnicode_Check(file.ptr())) throw TypeError("embed needs a loaded module with a file");
-            self.embed(nb::cast<std::string>(file));
+            self.embed(utf8(file));
         }, nb::arg("module"))
         .def("insert", [](DirectoryList& self, std::ptrdiff_t index, nb::handle d) { self.insert(index, core_of(d)); },
              nb::arg("index"), nb::arg("directory").none())
@@ -236,7 +236,7 @@ void bind_settings_check(nb::handle settings_class) {
         .def("__init__",
              [](PresetSet* self, Presets* owner, nb::handle name, nb::handle config, std::optional<std::string> stamp,
                 std::optional<double> changed) {
-                 const std::string text = PyUnicode_Check(name.ptr()) ? nb::cast<std::string>(name) : std::string();
+                 const std::string text = PyUnicode_Check(name.ptr()) ? utf8(name) : std::string();
                  new (self) PresetSet(owner, text, config_or_null(config), std::move(stamp), changed);
              },
              nb::arg("presets").none(), nb::arg("name").none(), nb::arg("config").none(),
@@ -251,7 +251,7 @@ void bind_settings_check(nb::handle settings_class) {
         .def("__len__", &PresetSet::size)
         .def_prop_ro("stamp", &PresetSet::stamp)
         .def_prop_rw("name", &PresetSet::name, [](PresetSet& self, nb::handle v) {
-            if (PyUnicode_Check(v.ptr())) self.set_name(nb::cast<std::string>(v));
+            if (PyUnicode_Check(v.ptr())) self.set_name(utf8(v));
         }, nb::arg("value").none())
         .def_prop_rw("config", &PresetSet::config, [](PresetSet& self, nb::handle v) {
             self.set_config(config_or_null(v));
@@ -276,7 +276,7 @@ void bind_settings_check(nb::handle settings_class) {
         .def("__len__", &Presets::size)
         .def_prop_ro("names", &Presets::names)
         .def("add", [](Presets& self, nb::handle name, nb::handle config) {
-            const std::string text = PyUnicode_Check(name.ptr()) ? nb::cast<std::string>(name) : std::string();
+            const std::string text = PyUnicode_Check(name.ptr()) ? utf8(name) : std::string();
             return self.add(text, config_or_null(config));
         }, nb::arg("name").none(), nb::arg("config").none())
         .def("pop", [](Presets& self, nb::handle preset) {
@@ -299,7 +299,7 @@ void bind_settings_check(nb::handle settings_class) {
              nb::arg("data").none() = nb::none())
         .def_rw("directories", &State::directories)
         .def_prop_rw("mode", [](const State& s) { return s.mode; }, [](State& s, nb::handle v) {
-            if (PyLong_Check(v.ptr()) && !PyBool_Check(v.ptr())) s.mode = nb::cast<int>(v);
+            if (PyLong_Check(v.ptr()) && !PyBool_Check(v.ptr())) s.mode = int_of(v, "mode");
         }, nb::arg("value").none())
         .def_prop_ro("config", [](const State& s) { return s.config; })
         .def_prop_ro("presets", [](const State& s) { return s.presets; })

@@ -101,7 +101,7 @@ void bind_statistics(nb::module_& m) {
                 // no text names no category, so the record goes nowhere.
                 nb::object key = record.attr("key");
                 if (!PyUnicode_Check(key.ptr())) return;
-                const std::string category = nb::cast<std::string>(key);
+                const std::string category = utf8(key);
                 Document data = to_json(record.attr("data"));
                 nb::gil_scoped_release release;
                 s.add(category, std::move(data));

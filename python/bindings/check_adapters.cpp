@@ -66,13 +66,13 @@ std::optional<std::string> PythonCheck::result_message() {
     nb::gil_scoped_acquire gil;
     nb::object message = object().attr("result_message")();
     if (!is_text(message)) return std::nullopt;
-    return nb::cast<std::string>(message);
+    return utf8(message);
 }
 
 std::string PythonCheck::long_name() const {
     nb::gil_scoped_acquire gil;
     nb::object value = nb::getattr(object(), "long_name", nb::none());
-    return is_text(value) ? nb::cast<std::string>(value) : std::string();
+    return is_text(value) ? utf8(value) : std::string();
 }
 
 void PythonCheck::set_long_name(std::string value) {
@@ -118,7 +118,7 @@ std::string PythonClass::text(const char* name) const {
     nb::gil_scoped_acquire gil;
     try {
         nb::object value = nb::getattr(object(), name, nb::none());
-        return is_text(value) ? nb::cast<std::string>(value) : std::string();
+        return is_text(value) ? utf8(value) : std::string();
     } catch (nb::python_error&) {
         return {};
     }
@@ -128,7 +128,7 @@ long long PythonClass::sort_index() const {
     nb::gil_scoped_acquire gil;
     try {
         nb::object value = nb::getattr(object(), "sort_index", nb::none());
-        return is_int(value) ? nb::cast<long long>(value) : 0;
+        return is_int(value) ? int64_of(value, "sort_index") : 0;
     } catch (const std::exception&) {
         return 0;
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <utility>
 
 #include "zerko/foundation/errors.hpp"
@@ -151,11 +152,53 @@ nb::object namespace_of(nb::handle parent, const char* name, const char* doc) {
     return make_namespace(parent, name, doc);
 }
 
+std::string utf8(nb::handle v, const char* what) {
+    if (!PyUnicode_Check(v.ptr())) {
+        throw TypeError(std::string(what) + " must be a str, not " + Py_TYPE(v.ptr())->tp_name);
+    }
+    Py_ssize_t size = 0;
+    const char* data = PyUnicode_AsUTF8AndSize(v.ptr(), &size);
+    if (!data) throw nb::python_error();
+    return std::string(data, static_cast<std::size_t>(size));
+}
+
+std::vector<std::string> utf8_list(nb::handle v, const char* what) {
+    std::vector<std::string> out;
+    if (v.is_none()) return out;
+    if (PyUnicode_Check(v.ptr())) throw TypeError(std::string(what) + " must be a list of str, not a str");
+    if (!nb::isinstance<nb::iterable>(v)) {
+        throw TypeError(std::string(what) + " must be a list of str, not " + Py_TYPE(v.ptr())->tp_name);
+    }
+    for (nb::handle item : v) out.push_back(utf8(item, what));
+    return out;
+}
+
+void raise_overflow(const char* what) {
+    PyErr_Format(PyExc_OverflowError, "%s is out of range", what);
+    throw nb::python_error();
+}
+
+std::int64_t int64_of(nb::handle v, const char* what) {
+    if (!PyLong_Check(v.ptr()) || PyBool_Check(v.ptr())) {
+        throw TypeError(std::string(what) + " must be an int, not " + Py_TYPE(v.ptr())->tp_name);
+    }
+    int overflow = 0;
+    const long long n = PyLong_AsLongLongAndOverflow(v.ptr(), &overflow);
+    if (overflow != 0) raise_overflow(what);
+    return static_cast<std::int64_t>(n);
+}
+
+int int_of(nb::handle v, const char* what) {
+    const std::int64_t n = int64_of(v, what);
+    if (n < INT_MIN || n > INT_MAX) raise_overflow(what);
+    return static_cast<int>(n);
+}
+
 std::string expect_string(nb::handle v, const char* what) {
     if (!PyUnicode_Check(v.ptr())) {
         throw TypeError(std::string(what) + " returned " + Py_TYPE(v.ptr())->tp_name + ", not a string");
     }
-    return nb::cast<std::string>(v);
+    return utf8(v, what);
 }
 
 std::string expect_optional_string(nb::handle v, const char* what) {

@@ -131,6 +131,24 @@ nb::handle str_type();
 /// `value` as a `_Str` when it is text; anything else unchanged.
 nb::object to_str(nb::handle value);
 
+// ---- checked conversions -----------------------------------------------------
+// Every conversion of a Python value to C++ text or integers goes through
+// these, so that a bad value raises what Python would raise rather than a
+// bare cast failure: TypeError naming `what` for a value of the wrong type,
+// the UnicodeEncodeError of a str that has no UTF-8 form (a lone surrogate),
+// OverflowError for an integer out of range.
+
+/// The UTF-8 form of the str `value`.
+std::string utf8(nb::handle value, const char* what = "value");
+/// An iterable of str (a str itself is refused); None gives nothing.
+std::vector<std::string> utf8_list(nb::handle value, const char* what);
+/// An int (not a bool) in the range of int64.
+std::int64_t int64_of(nb::handle value, const char* what = "value");
+/// An int (not a bool) in the range of int.
+int int_of(nb::handle value, const char* what = "value");
+/// Raises OverflowError: `what` does not fit.
+[[noreturn]] void raise_overflow(const char* what);
+
 /// What host code returned, checked: raises zerko::TypeError naming `what`
 /// when the value has the wrong type.
 std::string expect_string(nb::handle value, const char* what);
