@@ -7,6 +7,7 @@
 #include "zerko/check/list.hpp"
 #include "zerko/hierarchy/hierarchy.hpp"
 #include "zerko/project/record.hpp"
+#include "zerko/project/tree.hpp"
 #include "zerko/settings/check.hpp"
 #include "zerko/scene/virtual.hpp"
 
@@ -25,43 +26,74 @@ using hierarchy::Scopes;
 using hierarchy::Search;
 using scene::Location;
 using scene::Virtual;
+using Document = project::Document;
 
 nb::object text(const std::string& s) { return to_str(nb::str(s.c_str(), s.size())); }
 
 nb::object location_object(const Location& l) { return nb::cast(l, nb::rv_policy::copy); }
 
-// A project's rule record, read by attribute name: stamp, name, icon, color,
-// regex, types and range (minimum, maximum).
-std::shared_ptr<Rule> rule_from(nb::handle config) {
-    auto rule = std::make_shared<Rule>();
-    auto read = [&](const char* name) { return utf8(nb::str(nb::getattr(config, name, nb::str("")))); };
-    rule->stamp = read("stamp");
-    rule->name = read("name");
-    rule->icon = read("icon");
-    rule->color = read("color");
-    rule->regex = read("regex");
-    nb::object types = nb::getattr(config, "types", nb::none());
-    if (!types.is_none()) {
-        for (nb::handle t : types) rule->types.push_back(utf8(nb::str(t)));
+// Record-shaped objects of the host are read by attribute name and turned
+// into project rules and records once; the pattern is then built from them by
+// the same code as from the project's own.
+
+/// str() of an attribute, "" when it is missing.
+std::string attribute_text(nb::handle source, const char* name) {
+    return utf8(nb::str(nb::getattr(source, name, nb::str(""))), name);
+}
+
+/// A project rule, or an object with its attributes: stamp, name, icon, color,
+/// regex, types, range (minimum, maximum) and check_config.
+std::shared_ptr<project::Rule> project_rule_from(nb::handle source) {
+    std::shared_ptr<project::Rule> rule;
+    if (nb::try_cast(source, rule) && rule) return rule;
+    Document data = Document::object();
+    for (const char* name : {"stamp", "name", "icon", "color", "regex"}) data[name] = attribute_text(source, name);
+    Document types = Document::array();
+    const nb::object given_types = nb::getattr(source, "types", nb::none());
+    if (!given_types.is_none()) {
+        for (nb::handle t : given_types) types.push_back(utf8(nb::str(t), "types"));
     }
-    nb::object range = nb::getattr(config, "range", nb::none());
-    if (!range.is_none()) {
-        rule->range.minimum = int64_of(range.attr("minimum"), "range.minimum");
-        rule->range.maximum = int64_of(range.attr("maximum"), "range.maximum");
-    }
+    data["types"] = std::move(types);
+    const nb::object range = nb::getattr(source, "range", nb::none());
+    data["range"] = range.is_none() ? Document::array({0, 0})
+                                    : Document::array({int64_of(range.attr("minimum"), "range.minimum"),
+                                                       int64_of(range.attr("maximum"), "range.maximum")});
+    rule = std::make_shared<project::Rule>(data);
+    std::shared_ptr<settings::Check::Config> config;
+    if (nb::try_cast(nb::getattr(source, "check_config", nb::none()), config) && config) rule->set_check_config(config);
     return rule;
 }
 
-// A rule tree node: its rule's stamp (node.rule.stamp) and its children.
-hierarchy::TreeNode tree_from(nb::handle node) {
-    hierarchy::TreeNode out;
-    nb::object rule = nb::getattr(node, "rule", nb::none());
-    if (!rule.is_none()) out.stamp = utf8(nb::str(nb::getattr(rule, "stamp", nb::str(""))));
-    nb::object children = nb::getattr(node, "children", nb::none());
-    if (!children.is_none()) {
-        for (nb::handle child : children) out.children.push_back(tree_from(child));
+/// The stamp-only form of a rule tree node: node.rule.stamp and node.children.
+Document tree_data(nb::handle node) {
+    Document out = Document::object();
+    const nb::object rule = nb::getattr(node, "rule", nb::none());
+    out["stamp"] = rule.is_none() ? std::string() : attribute_text(rule, "stamp");
+    Document children = Document::array();
+    const nb::object given = nb::getattr(node, "children", nb::none());
+    if (!given.is_none()) {
+        for (nb::handle child : given) children.push_back(tree_data(child));
     }
+    out["children"] = std::move(children);
     return out;
+}
+
+/// An object with `rules` and a rule tree `pattern` as a project record.
+project::Record record_from(nb::handle source) {
+    project::Record record(nullptr, Document::object());
+    Document rules = Document::array();
+    std::vector<std::shared_ptr<settings::Check::Config>> configs;
+    for (nb::handle r : source.attr("rules")) {
+        const auto rule = project_rule_from(r);
+        rules.push_back(rule->data());
+        configs.push_back(rule->check_config());
+    }
+    // A list made from data keeps the names as given.
+    record.rules = std::make_shared<project::Rule::List>(rules);
+    for (std::size_t i = 0; i < configs.size(); ++i) record.rules->rules()[i]->set_check_config(configs[i]);
+    record.pattern = std::make_shared<project::Rule::Tree::Root>();
+    record.pattern->load(tree_data(source.attr("pattern"))["children"], *record.rules);
+    return record;
 }
 
 /// A list of scopes; anything else in it is a TypeError naming the argument.
@@ -167,7 +199,7 @@ void bind_pattern(nb::object hierarchy_cls) {
         .def(
             "__init__",
             [](Rule* self, nb::handle config, nb::handle checklist) {
-                new (self) Rule(*rule_from(config));
+                new (self) Rule(Pattern::copy_rule(*project_rule_from(config)));
                 if (!nb::try_cast(checklist, self->checklist)) self->checklist = nullptr;
             },
             nb::arg("config"), nb::arg("checklist").none() = nb::none())
@@ -215,23 +247,8 @@ void bind_pattern(nb::object hierarchy_cls) {
     pattern.def(nb::init<std::shared_ptr<check::Classes>>(), nb::arg("check_classes").none() = nb::none())
         .def("set", [](Pattern& p, nb::handle record) {
             const project::Record* project_record = nullptr;
-            if (nb::try_cast(record, project_record) && project_record) {
-                p.set(*project_record);
-                return;
-            }
-            // Anything else shaped like a record is read by attribute name.
-            std::vector<std::shared_ptr<Rule>> rules;
-            for (nb::handle r : record.attr("rules")) {
-                auto rule = rule_from(r);
-                // Each rule gets a checklist of every check class, loaded
-                // with the rule's own configuration.
-                std::shared_ptr<settings::Check::Config> config;
-                nb::object stored = nb::getattr(r, "check_config", nb::none());
-                if (!nb::try_cast(stored, config)) config = nullptr;
-                rule->checklist = p.make_checklist(std::move(config));
-                rules.push_back(std::move(rule));
-            }
-            p.set(rules, tree_from(record.attr("pattern")));
+            if (nb::try_cast(record, project_record) && project_record) p.set(*project_record);
+            else p.set(record_from(record));
         }, nb::arg("project_settings_record"), "Builds the pattern from a project record's rules and rule tree.")
         .def_rw("check_classes", &Pattern::check_classes)
         .def("get_checklist", &Pattern::get_checklist, nb::arg("stamp"))

@@ -6,6 +6,7 @@ import os
 import logging
 import sys
 import textwrap
+from types import SimpleNamespace as NS
 
 import pytest
 
@@ -412,6 +413,21 @@ def test_a_project_record_compiles_into_a_pattern_with_checklists(folders, scene
     assert hierarchy.mask(roots) == ["|assets|rock0001_grp"]
     assert not hierarchy.is_valid(["|assets|rock0001_grp"])
     assert hierarchy.is_valid(["|assets|rock0002_grp"])
+
+    # The same record read by attribute name builds the same pattern.
+    def tree(node):
+        return NS(rule=NS(stamp=node.rule.stamp), children=[tree(child) for child in node.children])
+
+    duck = NS(rules=[NS(stamp=r.stamp, name=r.name, icon=r.icon, color=r.color, regex=r.regex, types=list(r.types),
+                        range=NS(minimum=r.range.minimum, maximum=r.range.maximum), check_config=r.check_config)
+                     for r in record.rules],
+              pattern=NS(children=[tree(node) for node in record.pattern.children]))
+    twin = zerko._Hierarchy(virtual, classes)
+    twin.pattern.set(duck)
+    assert twin.pattern._rules == hierarchy.pattern._rules
+    controls = twin.pattern.get_checklist("grp").iterator(enabled=True)
+    assert [(c.check.class_id, [t.limit.value for t in c.parameters]) for c in controls] == [("naming.length", [12])]
+    assert twin.mask(roots) == ["|assets|rock0001_grp"] and twin.is_valid(["|assets|rock0002_grp"])
 
 
 def test_the_example_host_layer_validates_the_bundled_project(scene, environment, monkeypatch, capsys):

@@ -18,6 +18,7 @@ class List;
 }  // namespace zerko::check
 namespace zerko::project {
 class Record;
+class Rule;
 }
 
 
@@ -101,6 +102,8 @@ public:
     /// The same from a project record: every rule is copied with a new
     /// checklist loaded from the rule's check configuration.
     void set(const project::Record& record);
+    /// A project rule's matching fields, without a checklist.
+    static Rule copy_rule(const project::Rule& source);
 
     /// The effective top layer: the ghost's children, or the whole top layer without a ghost.
     Scopes& get();

@@ -19,18 +19,23 @@ TreeNode tree_of(const project::Rule::Tree::NodeBase& node, const std::string& s
 
 }  // namespace
 
+Rule Pattern::copy_rule(const project::Rule& source) {
+    Rule rule;
+    rule.stamp = source.stamp();
+    rule.name = source.name();
+    rule.icon = source.icon;
+    rule.color = source.color;
+    rule.regex = source.regex();
+    rule.types = source.types();
+    rule.range = Range{source.range().minimum, source.range().maximum};
+    return rule;
+}
+
 void Pattern::set(const project::Record& record) {
     std::vector<std::shared_ptr<Rule>> rules;
     if (record.rules) {
         for (const auto& source : *record.rules) {
-            auto rule = std::make_shared<Rule>();
-            rule->stamp = source->stamp();
-            rule->name = source->name();
-            rule->icon = source->icon;
-            rule->color = source->color;
-            rule->regex = source->regex();
-            rule->types = source->types();
-            rule->range = Range{source->range().minimum, source->range().maximum};
+            auto rule = std::make_shared<Rule>(copy_rule(*source));
             rule->checklist = make_checklist(source->check_config());
             rules.push_back(std::move(rule));
         }
