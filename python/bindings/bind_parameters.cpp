@@ -325,8 +325,8 @@ void bind_inputs(nb::handle ns) {
                      [](IntRange& r, nb::handle v) { r.step = int_arg(v); }, nb::arg("value").none())
         .def_prop_rw("value", [](const IntRange& r) { return r.value; },
                      [](IntRange& r, nb::handle v) { r.value = int_arg(v); }, nb::arg("value").none())
-        .def_prop_ro("prefix", &IntRange::prefix)
-        .def_prop_ro("units", &IntRange::units);
+        .def_prop_ro("prefix", [](const IntRange& r) { return r.prefix(); })
+        .def_prop_ro("units", [](const IntRange& r) { return r.units(); });
 
     nb::class_<FloatRange, Input>(ns, "FloatRange", "A real number with limits, a step, a precision, a prefix and units.")
         .def("__init__",
@@ -353,8 +353,8 @@ void bind_inputs(nb::handle ns) {
                      [](FloatRange& r, nb::handle v) { r.precision = int_arg(v); }, nb::arg("value").none())
         .def_prop_rw("value", [](const FloatRange& r) { return r.value; },
                      [](FloatRange& r, nb::handle v) { r.value = number_arg(v); }, nb::arg("value").none())
-        .def_prop_ro("prefix", &FloatRange::prefix)
-        .def_prop_ro("units", &FloatRange::units);
+        .def_prop_ro("prefix", [](const FloatRange& r) { return r.prefix(); })
+        .def_prop_ro("units", [](const FloatRange& r) { return r.units(); });
 
     nb::class_<RegEx, Input>(ns, "RegEx", "A regular expression that the user writes.")
         .def("__init__",
@@ -436,6 +436,18 @@ void bind_combo_box(nb::handle ns) {
         .def("_select_first", &ComboBox::select_first);
 }
 
+/// What every list input offers: its elements in order, add and pop, and the
+/// raw array and rebuild for the host's form.
+template <typename List>
+void bind_element_list(nb::class_<List, Input>& cls) {
+    using Element = typename List::ElementPtr::element_type;
+    cls.def("__iter__", [](const List& l) { return iterate(l.items()); })
+        .def("add", &List::add)
+        .def("pop", [](List& l, nb::handle i) { l.pop(list_index(i, l.size())); }, nb::arg("index").none())
+        .def_prop_ro("_array", [](const List& l) { return as_list(l.items()); })
+        .def("_build", [](List& l, nb::handle items) { l.build(elements_arg<Element>(items)); }, nb::arg("items").none());
+}
+
 void bind_lists(nb::handle ns) {
     nb::class_<TextInput>(ns, "TextInput", "A text with a switch; an element of TextInputList.")
         .def("__init__",
@@ -470,7 +482,8 @@ void bind_lists(nb::handle ns) {
         .def("load", &IntSlice::load, nb::arg("data").none())
         .def("clone", &IntSlice::clone);
 
-    nb::class_<TextInputList, Input>(ns, "TextInputList", "A list of texts, each with a switch.")
+    nb::class_<TextInputList, Input> text_inputs(ns, "TextInputList", "A list of texts, each with a switch.");
+    text_inputs
         .def("__init__",
              [](TextInputList* self, nb::handle attr_name, nb::handle items, nb::handle help_text) {
                  std::string attr = attr_arg(attr_name);
@@ -478,21 +491,17 @@ void bind_lists(nb::handle ns) {
                  new (self) TextInputList(std::move(attr), elements_arg<TextInput>(items), std::move(h));
              },
              nb::arg("attr_name").none(), nb::arg("items").none() = nb::tuple(), nb::arg("help_text").none() = "")
-        .def("__iter__", [](const TextInputList& l) { return iterate(l.items()); })
-        .def("__len__", &TextInputList::size)
+        .def("__len__", [](const TextInputList& l) { return l.size(); })
         .def("__getitem__", [](const TextInputList& l, nb::handle i) { return l.at(list_index(i, l.size())); },
              nb::arg("index").none())
-        .def("add", &TextInputList::add)
-        .def("pop", [](TextInputList& l, nb::handle i) { l.pop(list_index(i, l.size())); }, nb::arg("index").none())
         .def("values",
              [](const TextInputList& l, nb::handle enabled) { return to_tuple(l.values(truth(enabled))); },
              nb::arg("enabled").none() = true)
-        .def("__str__", &TextInputList::str)
-        .def_prop_ro("_array", [](const TextInputList& l) { return as_list(l.items()); })
-        .def("_build", [](TextInputList& l, nb::handle items) { l.build(elements_arg<TextInput>(items)); },
-             nb::arg("items").none());
+        .def("__str__", &TextInputList::str);
+    bind_element_list<TextInputList>(text_inputs);
 
-    nb::class_<TextMatchList, Input>(ns, "TextMatchList", "A list of texts to match.")
+    nb::class_<TextMatchList, Input> text_matches(ns, "TextMatchList", "A list of texts to match.");
+    text_matches
         .def("__init__",
              [](TextMatchList* self, nb::handle attr_name, nb::handle items, nb::handle help_text) {
                  std::string attr = attr_arg(attr_name);
@@ -500,29 +509,23 @@ void bind_lists(nb::handle ns) {
                  new (self) TextMatchList(std::move(attr), elements_arg<TextMatch>(items), std::move(h));
              },
              nb::arg("attr_name").none(), nb::arg("items").none() = nb::tuple(), nb::arg("help_text").none() = "")
-        .def("__iter__", [](const TextMatchList& l) { return iterate(l.items()); })
-        .def("__len__", &TextMatchList::size)
+        .def("__len__", [](const TextMatchList& l) { return l.size(); })
         .def("__getitem__", [](const TextMatchList& l, nb::handle i) { return l.at(list_index(i, l.size())); },
              nb::arg("index").none())
-        .def("add", &TextMatchList::add)
-        .def("pop", [](TextMatchList& l, nb::handle i) { l.pop(list_index(i, l.size())); }, nb::arg("index").none())
-        .def("values", [](const TextMatchList& l) { return to_tuple(l.values()); })
-        .def_prop_ro("_array", [](const TextMatchList& l) { return as_list(l.items()); })
-        .def("_build", [](TextMatchList& l, nb::handle items) { l.build(elements_arg<TextMatch>(items)); },
-             nb::arg("items").none());
+        .def("values", [](const TextMatchList& l) { return to_tuple(l.values()); });
+    bind_element_list<TextMatchList>(text_matches);
 
     nb::class_<IntSliceList, Input> slices(ns, "IntSliceList", "A list of integer slices shaped like a default slice.");
-    nb::class_<IntSliceList::InputSpec>(slices, "_InputSpec", "What every slice of a list copies from the default.")
+    using PartLimits = IntSliceList::PartLimits;
+    nb::class_<PartLimits>(slices, "_PartLimits", "What every slice of a list copies from one part of the default.")
         .def("__init__",
-             [](IntSliceList::InputSpec* self, nb::handle int_range) {
-                 new (self) IntSliceList::InputSpec(*object_arg<IntRange>(int_range));
-             },
+             [](PartLimits* self, nb::handle int_range) { new (self) PartLimits(*object_arg<IntRange>(int_range)); },
              nb::arg("int_range").none())
-        .def_ro("prefix", &IntSliceList::InputSpec::prefix)
-        .def_ro("units", &IntSliceList::InputSpec::units)
-        .def_ro("minimum", &IntSliceList::InputSpec::minimum)
-        .def_ro("maximum", &IntSliceList::InputSpec::maximum)
-        .def_ro("step", &IntSliceList::InputSpec::step);
+        .def_ro("prefix", &PartLimits::prefix)
+        .def_ro("units", &PartLimits::units)
+        .def_ro("minimum", &PartLimits::minimum)
+        .def_ro("maximum", &PartLimits::maximum)
+        .def_ro("step", &PartLimits::step);
     slices
         .def("__init__",
              [](IntSliceList* self, nb::handle attr_name, nb::handle default_slice, nb::handle items,
@@ -534,18 +537,13 @@ void bind_lists(nb::handle ns) {
              },
              nb::arg("attr_name").none(), nb::arg("default").none(), nb::arg("items").none() = nb::tuple(),
              nb::arg("help_text").none() = "")
-        .def("__iter__", [](const IntSliceList& l) { return iterate(l.items()); })
-        .def("add", &IntSliceList::add)
-        .def("pop", [](IntSliceList& l, nb::handle i) { l.pop(list_index(i, l.items().size())); }, nb::arg("index").none())
-        .def_static("_apply_spec", &IntSliceList::apply_spec, nb::arg("int_range"), nb::arg("state"))
-        .def_prop_ro("_array", [](const IntSliceList& l) { return as_list(l.items()); })
-        .def("_build", [](IntSliceList& l, nb::handle items) { l.build(elements_arg<IntSlice>(items)); },
-             nb::arg("items").none())
+        .def_static("_apply_limits", &IntSliceList::apply_limits, nb::arg("int_range"), nb::arg("limits"))
         .def_prop_ro("_default", &IntSliceList::default_slice)
         .def_prop_ro("_default_start", &IntSliceList::default_start)
         .def_prop_ro("_default_stop", &IntSliceList::default_stop)
-        .def_prop_ro("_spec_start", &IntSliceList::spec_start)
-        .def_prop_ro("_spec_stop", &IntSliceList::spec_stop);
+        .def_prop_ro("_start_limits", &IntSliceList::start_limits)
+        .def_prop_ro("_stop_limits", &IntSliceList::stop_limits);
+    bind_element_list<IntSliceList>(slices);
 }
 
 void bind_group_and_options(nb::handle ns) {

@@ -200,7 +200,7 @@ def test_list_inputs_behave_as_lists():
     frames = P.IntSliceList("frames", P.IntSlice(P.IntRange("start", value=1), P.IntRange("stop", value=9)), help_text="h")
     frames.add()
     assert frames.data == [{"start": {"value": 1}, "stop": {"value": 9}}]
-    assert frames.clone().help_text == "" and frames._spec_stop.maximum == 100
+    assert frames.clone().help_text == "" and frames._stop_limits.maximum == 100
 
 
 def test_regex_equality():

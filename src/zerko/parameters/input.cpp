@@ -99,47 +99,6 @@ InputPtr NamedInputs::find(std::string_view name) const {
     return nullptr;
 }
 
-// ------------------------------------------------------------------ IntRange
-
-IntRange::IntRange(std::string attr_name, std::int64_t minimum, std::int64_t maximum, std::int64_t step,
-                   std::int64_t value, std::string prefix, std::string units, std::string label, std::string help_text)
-    : Input(std::move(attr_name), std::move(label), std::move(help_text)),
-      minimum(minimum),
-      maximum(maximum),
-      step(step),
-      value(value),
-      prefix_(std::move(prefix)),
-      units_(std::move(units)) {}
-
-Document IntRange::data() const { return Document{{"value", value}}; }
-
-void IntRange::load(const Document& data) {
-    value = detail::read_int(detail::expect_object(data, "IntRange data"), "value", 50);
-}
-
-std::shared_ptr<Input> IntRange::clone() const { return std::make_shared<IntRange>(*this); }
-
-// ------------------------------------------------------------------ FloatRange
-
-FloatRange::FloatRange(std::string attr_name, double minimum, double maximum, double step, std::int64_t precision,
-                       double value, std::string prefix, std::string units, std::string label, std::string help_text)
-    : Input(std::move(attr_name), std::move(label), std::move(help_text)),
-      minimum(minimum),
-      maximum(maximum),
-      step(step),
-      precision(precision),
-      value(value),
-      prefix_(std::move(prefix)),
-      units_(std::move(units)) {}
-
-Document FloatRange::data() const { return Document{{"value", value}}; }
-
-void FloatRange::load(const Document& data) {
-    value = detail::read_float(detail::expect_object(data, "FloatRange data"), "value", 0.5);
-}
-
-std::shared_ptr<Input> FloatRange::clone() const { return std::make_shared<FloatRange>(*this); }
-
 // ------------------------------------------------------------------ RegEx
 
 RegEx::RegEx(std::string attr_name, std::string text, std::string label, std::string help_text)

@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -61,6 +62,21 @@ private:
 using InputPtr = std::shared_ptr<Input>;
 using NodePtr = std::shared_ptr<Node>;
 
+namespace detail {
+
+// Reading stored forms: a value of the wrong kind raises TypeError, which a
+// parameter task keeps as a load error instead of letting it crash a run.
+const Document& expect_object(const Document& data, std::string_view what);
+const Document& expect_array(const Document& data, std::string_view what);
+/// The value under `key` of an object, or null when absent.
+const Document* find_key(const Document& object, const char* key);
+std::int64_t read_int(const Document& object, const char* key, std::int64_t fallback);
+double read_float(const Document& object, const char* key, double fallback);
+bool read_bool(const Document& object, const char* key, bool fallback);
+std::string read_text(const Document& object, const char* key, std::string_view fallback);
+
+}  // namespace detail
+
 /// Inputs by attribute name in the order of first entry; entering a known
 /// name replaces the input in its place.
 class NamedInputs {
@@ -79,54 +95,72 @@ private:
     std::vector<Entry> entries_;
 };
 
-class IntRange : public Input {
+/// A number with limits, a step, a prefix and units; its stored form is
+/// {"value": value}. The integer and the real range differ only in the type
+/// of their numbers (and the real one's display precision).
+template <typename T>
+class NumberRange : public Input {
 public:
-    IntRange(std::string attr_name, std::int64_t minimum = 0, std::int64_t maximum = 100, std::int64_t step = 1,
-             std::int64_t value = 50, std::string prefix = {}, std::string units = {}, std::string label = {},
-             std::string help_text = {});
-
-    std::int64_t minimum;
-    std::int64_t maximum;
-    std::int64_t step;
-    std::int64_t value;
+    T minimum;
+    T maximum;
+    T step;
+    T value;
     const std::string& prefix() const noexcept { return prefix_; }
     const std::string& units() const noexcept { return units_; }
 
     /// {"value": value}
-    Document data() const override;
-    /// "value" must be an integer; without it the value becomes 50.
-    void load(const Document& data) override;
-    std::shared_ptr<Input> clone() const override;
+    Document data() const override { return Document{{"value", value}}; }
+    /// "value" must be a number of the range's type; without it the value
+    /// becomes the fixed fallback.
+    void load(const Document& data) override {
+        if constexpr (std::is_integral_v<T>) {
+            value = detail::read_int(detail::expect_object(data, "IntRange data"), "value", 50);
+        } else {
+            value = detail::read_float(detail::expect_object(data, "FloatRange data"), "value", 0.5);
+        }
+    }
 
-private:
-    friend class IntSliceList;  // makes every slice of a list look alike
+protected:
+    NumberRange(std::string attr_name, T minimum, T maximum, T step, T value, std::string prefix, std::string units,
+                std::string label, std::string help_text)
+        : Input(std::move(attr_name), std::move(label), std::move(help_text)),
+          minimum(minimum),
+          maximum(maximum),
+          step(step),
+          value(value),
+          prefix_(std::move(prefix)),
+          units_(std::move(units)) {}
+
     std::string prefix_;
     std::string units_;
 };
 
-class FloatRange : public Input {
+class IntRange : public NumberRange<std::int64_t> {
+public:
+    IntRange(std::string attr_name, std::int64_t minimum = 0, std::int64_t maximum = 100, std::int64_t step = 1,
+             std::int64_t value = 50, std::string prefix = {}, std::string units = {}, std::string label = {},
+             std::string help_text = {})
+        : NumberRange(std::move(attr_name), minimum, maximum, step, value, std::move(prefix), std::move(units),
+                      std::move(label), std::move(help_text)) {}
+
+    std::shared_ptr<Input> clone() const override { return std::make_shared<IntRange>(*this); }
+
+private:
+    friend class IntSliceList;  // makes every slice of a list look alike
+};
+
+class FloatRange : public NumberRange<double> {
 public:
     FloatRange(std::string attr_name, double minimum = 0.0, double maximum = 1.0, double step = 0.05,
                std::int64_t precision = 2, double value = 0.5, std::string prefix = {}, std::string units = {},
-               std::string label = {}, std::string help_text = {});
+               std::string label = {}, std::string help_text = {})
+        : NumberRange(std::move(attr_name), minimum, maximum, step, value, std::move(prefix), std::move(units),
+                      std::move(label), std::move(help_text)),
+          precision(precision) {}
 
-    double minimum;
-    double maximum;
-    double step;
     std::int64_t precision;
-    double value;
-    const std::string& prefix() const noexcept { return prefix_; }
-    const std::string& units() const noexcept { return units_; }
 
-    /// {"value": value}
-    Document data() const override;
-    /// "value" must be a number; without it the value becomes 0.5.
-    void load(const Document& data) override;
-    std::shared_ptr<Input> clone() const override;
-
-private:
-    std::string prefix_;
-    std::string units_;
+    std::shared_ptr<Input> clone() const override { return std::make_shared<FloatRange>(*this); }
 };
 
 /// A regular expression that the user writes; the check applies it.
@@ -160,20 +194,5 @@ public:
     void load(const Document& data) override;
     std::shared_ptr<Input> clone() const override;
 };
-
-namespace detail {
-
-// Reading stored forms: a value of the wrong kind raises TypeError, which a
-// parameter task keeps as a load error instead of letting it crash a run.
-const Document& expect_object(const Document& data, std::string_view what);
-const Document& expect_array(const Document& data, std::string_view what);
-/// The value under `key` of an object, or null when absent.
-const Document* find_key(const Document& object, const char* key);
-std::int64_t read_int(const Document& object, const char* key, std::int64_t fallback);
-double read_float(const Document& object, const char* key, double fallback);
-bool read_bool(const Document& object, const char* key, bool fallback);
-std::string read_text(const Document& object, const char* key, std::string_view fallback);
-
-}  // namespace detail
 
 }  // namespace zerko::parameters

@@ -12,11 +12,7 @@ std::shared_ptr<T> require(std::shared_ptr<T> element) {
     return element;
 }
 
-template <typename T>
-void pop_at(std::vector<T>& array, std::size_t index) {
-    if (index >= array.size()) throw std::out_of_range("pop index out of range");
-    array.erase(array.begin() + static_cast<std::ptrdiff_t>(index));
-}
+std::string element_kind(std::string_view list_kind) { return std::string(list_kind) + " element"; }
 
 }  // namespace
 
@@ -24,6 +20,20 @@ void pop_at(std::vector<T>& array, std::size_t index) {
 
 std::string TextInput::str() const {
     return std::string("<class TextInput> enabled=") + (enabled ? "True" : "False") + " text=\"" + text + "\"";
+}
+
+Document TextInput::data() const { return Document{{"text", text}, {"enabled", enabled}}; }
+
+std::shared_ptr<TextInput> TextInput::from_data(const Document& data, std::string_view list_kind) {
+    detail::expect_object(data, element_kind(list_kind));
+    return std::make_shared<TextInput>(detail::read_text(data, "text", ""), detail::read_bool(data, "enabled", false));
+}
+
+Document TextMatch::data() const { return Document{{"text", text}}; }
+
+std::shared_ptr<TextMatch> TextMatch::from_data(const Document& data, std::string_view list_kind) {
+    detail::expect_object(data, element_kind(list_kind));
+    return std::make_shared<TextMatch>(detail::read_text(data, "text", ""));
 }
 
 IntSlice::IntSlice(std::shared_ptr<IntRange> start, std::shared_ptr<IntRange> stop)
@@ -45,99 +55,52 @@ std::shared_ptr<IntSlice> IntSlice::clone() const {
                                       std::static_pointer_cast<IntRange>(stop->clone()));
 }
 
+std::shared_ptr<IntSlice> IntSlice::from_data(const Document& data, std::string_view) {
+    auto slice = std::make_shared<IntSlice>(std::make_shared<IntRange>("start"), std::make_shared<IntRange>("stop"));
+    slice->load(data);
+    return slice;
+}
+
 // ------------------------------------------------------------------ TextInputList
 
 TextInputList::TextInputList(std::string attr_name, std::vector<ElementPtr> items, std::string help_text)
-    : Input(std::move(attr_name), {}, std::move(help_text)) {
+    : ElementList(std::move(attr_name), std::move(help_text), "TextInputList") {
     build(std::move(items));
 }
 
-void TextInputList::build(std::vector<ElementPtr> items) {
-    array_.clear();
-    for (auto& item : items) array_.push_back(require(std::move(item)));
-}
-
-TextInputList::ElementPtr TextInputList::add() { return array_.emplace_back(std::make_shared<TextInput>()); }
-
-void TextInputList::pop(std::size_t index) { pop_at(array_, index); }
-
 std::vector<std::string> TextInputList::values(bool enabled) const {
     std::vector<std::string> out;
-    for (const auto& item : array_) {
+    for (const auto& item : items()) {
         if (!enabled || item->enabled) out.push_back(item->text);
     }
     return out;
 }
 
-Document TextInputList::data() const {
-    Document out = Document::array();
-    for (const auto& item : array_) out.push_back(Document{{"text", item->text}, {"enabled", item->enabled}});
-    return out;
-}
-
-void TextInputList::load(const Document& data) {
-    std::vector<ElementPtr> items;
-    for (const auto& element : detail::expect_array(data, "TextInputList data")) {
-        detail::expect_object(element, "TextInputList element");
-        items.push_back(std::make_shared<TextInput>(detail::read_text(element, "text", ""),
-                                                    detail::read_bool(element, "enabled", false)));
-    }
-    build(std::move(items));
-}
-
 std::shared_ptr<Input> TextInputList::clone() const {
-    std::vector<ElementPtr> items;
-    for (const auto& item : array_) items.push_back(item->clone());
-    return std::make_shared<TextInputList>(attr(), std::move(items), help_text());
+    return std::make_shared<TextInputList>(attr(), cloned_items(), help_text());
 }
 
 std::string TextInputList::str() const {
     std::string out = "<class TextInputList> " + Input::str();
-    for (const auto& item : array_) out += "\n  " + item->str();
+    for (const auto& item : items()) out += "\n  " + item->str();
     return out;
 }
 
 // ------------------------------------------------------------------ TextMatchList
 
 TextMatchList::TextMatchList(std::string attr_name, std::vector<ElementPtr> items, std::string help_text)
-    : Input(std::move(attr_name), {}, std::move(help_text)) {
+    : ElementList(std::move(attr_name), std::move(help_text), "TextMatchList") {
     build(std::move(items));
 }
-
-void TextMatchList::build(std::vector<ElementPtr> items) {
-    array_.clear();
-    for (auto& item : items) array_.push_back(require(std::move(item)));
-}
-
-TextMatchList::ElementPtr TextMatchList::add() { return array_.emplace_back(std::make_shared<TextMatch>()); }
-
-void TextMatchList::pop(std::size_t index) { pop_at(array_, index); }
 
 std::vector<std::string> TextMatchList::values() const {
     std::vector<std::string> out;
-    for (const auto& item : array_) out.push_back(item->text);
+    for (const auto& item : items()) out.push_back(item->text);
     return out;
-}
-
-Document TextMatchList::data() const {
-    Document out = Document::array();
-    for (const auto& item : array_) out.push_back(Document{{"text", item->text}});
-    return out;
-}
-
-void TextMatchList::load(const Document& data) {
-    std::vector<ElementPtr> items;
-    for (const auto& element : detail::expect_array(data, "TextMatchList data")) {
-        detail::expect_object(element, "TextMatchList element");
-        items.push_back(std::make_shared<TextMatch>(detail::read_text(element, "text", "")));
-    }
-    build(std::move(items));
 }
 
 std::shared_ptr<Input> TextMatchList::clone() const {
-    std::vector<ElementPtr> items;
-    for (const auto& item : array_) items.push_back(item->clone());
-    return std::make_shared<TextMatchList>(attr(), std::move(items), help_text());
+    return std::make_shared<TextMatchList>(attr(), cloned_items(), help_text());
 }
 
 // ------------------------------------------------------------------ IntSliceList
@@ -151,63 +114,37 @@ const IntSlice& checked_default(const std::shared_ptr<IntSlice>& slice) {
 
 IntSliceList::IntSliceList(std::string attr_name, std::shared_ptr<IntSlice> default_slice,
                            std::vector<ElementPtr> items, std::string help_text)
-    : Input(std::move(attr_name), {}, std::move(help_text)),
+    : ElementList(std::move(attr_name), std::move(help_text), "IntSliceList"),
       default_(std::move(default_slice)),
       default_start_(checked_default(default_).start->value),
       default_stop_(default_->stop->value),
-      spec_start_(*default_->start),
-      spec_stop_(*default_->stop) {
+      start_limits_(*default_->start),
+      stop_limits_(*default_->stop) {
     build(std::move(items));
 }
 
-void IntSliceList::apply_spec(IntRange& int_range, const InputSpec& state) {
-    int_range.minimum = state.minimum;
-    int_range.maximum = state.maximum;
-    int_range.step = state.step;
-    if (!state.prefix.empty()) int_range.prefix_ = state.prefix;
-    if (!state.units.empty()) int_range.units_ = state.units;
+void IntSliceList::apply_limits(IntRange& int_range, const PartLimits& limits) {
+    int_range.minimum = limits.minimum;
+    int_range.maximum = limits.maximum;
+    int_range.step = limits.step;
+    if (!limits.prefix.empty()) int_range.prefix_ = limits.prefix;
+    if (!limits.units.empty()) int_range.units_ = limits.units;
 }
 
-void IntSliceList::build(std::vector<ElementPtr> items) {
-    array_.clear();
-    for (auto& item : items) {
-        require(item);
-        apply_spec(*item->start, spec_start_);
-        apply_spec(*item->stop, spec_stop_);
-        array_.push_back(std::move(item));
-    }
+void IntSliceList::shape(IntSlice& slice) const {
+    apply_limits(*slice.start, start_limits_);
+    apply_limits(*slice.stop, stop_limits_);
 }
 
 IntSliceList::ElementPtr IntSliceList::add() {
-    auto start = std::make_shared<IntRange>("start", 0, 100, 1, default_start_);
-    auto stop = std::make_shared<IntRange>("stop", 0, 100, 1, default_stop_);
-    apply_spec(*start, spec_start_);
-    apply_spec(*stop, spec_stop_);
-    return array_.emplace_back(std::make_shared<IntSlice>(std::move(start), std::move(stop)));
-}
-
-void IntSliceList::pop(std::size_t index) { pop_at(array_, index); }
-
-Document IntSliceList::data() const {
-    Document out = Document::array();
-    for (const auto& item : array_) out.push_back(item->data());
-    return out;
-}
-
-void IntSliceList::load(const Document& data) {
-    std::vector<ElementPtr> items;
-    for (const auto& element : detail::expect_array(data, "IntSliceList data")) {
-        auto slice = std::make_shared<IntSlice>(std::make_shared<IntRange>("start"), std::make_shared<IntRange>("stop"));
-        slice->load(element);
-        items.push_back(std::move(slice));
-    }
-    build(std::move(items));
+    auto slice = std::make_shared<IntSlice>(std::make_shared<IntRange>("start", 0, 100, 1, default_start_),
+                                            std::make_shared<IntRange>("stop", 0, 100, 1, default_stop_));
+    shape(*slice);
+    return append(std::move(slice));
 }
 
 std::shared_ptr<Input> IntSliceList::clone() const {
-    std::vector<ElementPtr> items;
-    for (const auto& item : array_) items.push_back(item->clone());
-    return std::make_shared<IntSliceList>(attr(), default_, std::move(items));
+    return std::make_shared<IntSliceList>(attr(), default_, cloned_items());
 }
 
 }  // namespace zerko::parameters

@@ -4,9 +4,12 @@
 // replaces the list; it does not merge into it.
 #include <cstddef>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "zerko/foundation/errors.hpp"
 #include "zerko/parameters/input.hpp"
 
 namespace zerko::parameters {
@@ -20,6 +23,10 @@ public:
     std::shared_ptr<TextInput> clone() const { return std::make_shared<TextInput>(*this); }
     /// <class TextInput> enabled=True text="..."
     std::string str() const;
+    /// {"text", "enabled"}
+    Document data() const;
+    /// An element without "text" or "enabled" gets "" and false.
+    static std::shared_ptr<TextInput> from_data(const Document& data, std::string_view list_kind);
 };
 
 /// A text to match; an element of TextMatchList.
@@ -28,6 +35,9 @@ public:
     explicit TextMatch(std::string text = {}) : text(std::move(text)) {}
     std::string text;
     std::shared_ptr<TextMatch> clone() const { return std::make_shared<TextMatch>(*this); }
+    /// {"text"}
+    Document data() const;
+    static std::shared_ptr<TextMatch> from_data(const Document& data, std::string_view list_kind);
 };
 
 /// A range of integers given by two IntRange inputs.
@@ -43,74 +53,103 @@ public:
     /// missing part takes the IntRange fallback.
     void load(const Document& data);
     std::shared_ptr<IntSlice> clone() const;
+    /// A slice of two fresh parts loaded from `data`.
+    static std::shared_ptr<IntSlice> from_data(const Document& data, std::string_view list_kind);
 };
 
-class TextInputList : public Input {
+/// An input that holds a list of elements of one type. Elements are shared
+/// objects: a host that holds one sees the list's edits of it.
+template <typename Element>
+class ElementList : public Input {
 public:
-    using ElementPtr = std::shared_ptr<TextInput>;
+    using ElementPtr = std::shared_ptr<Element>;
+
+    const std::vector<ElementPtr>& items() const noexcept { return array_; }
+    std::size_t size() const noexcept { return array_.size(); }
+    /// std::out_of_range past the end.
+    const ElementPtr& at(std::size_t index) const { return array_.at(index); }
+    /// std::out_of_range past the end.
+    void pop(std::size_t index) {
+        if (index >= array_.size()) throw std::out_of_range("pop index out of range");
+        array_.erase(array_.begin() + static_cast<std::ptrdiff_t>(index));
+    }
+    /// Replaces the elements; a null element raises TypeError.
+    void build(std::vector<ElementPtr> items) {
+        array_.clear();
+        for (auto& item : items) {
+            if (!item) throw TypeError("");
+            shape(*item);
+            array_.push_back(std::move(item));
+        }
+    }
+
+    /// The data of every element, in order.
+    Document data() const override {
+        Document out = Document::array();
+        for (const auto& item : array_) out.push_back(item->data());
+        return out;
+    }
+    /// Replaces the elements by those of the stored list.
+    void load(const Document& data) override {
+        std::vector<ElementPtr> items;
+        for (const auto& element : detail::expect_array(data, std::string(kind_) + " data")) {
+            items.push_back(Element::from_data(element, kind_));
+        }
+        build(std::move(items));
+    }
+
+protected:
+    /// `kind` names the list in the errors of stored data.
+    ElementList(std::string attr_name, std::string help_text, std::string_view kind)
+        : Input(std::move(attr_name), {}, std::move(help_text)), kind_(kind) {}
+    /// Gives an element the list's own shape as it is taken in.
+    virtual void shape(Element&) const {}
+    /// Appends `item` as it is and returns it.
+    const ElementPtr& append(ElementPtr item) { return array_.emplace_back(std::move(item)); }
+    std::vector<ElementPtr> cloned_items() const {
+        std::vector<ElementPtr> out;
+        for (const auto& item : array_) out.push_back(item->clone());
+        return out;
+    }
+
+private:
+    std::vector<ElementPtr> array_;
+    std::string_view kind_;
+};
+
+class TextInputList final : public ElementList<TextInput> {
+public:
     /// A null element raises TypeError.
     explicit TextInputList(std::string attr_name, std::vector<ElementPtr> items = {}, std::string help_text = {});
 
-    const std::vector<ElementPtr>& items() const noexcept { return array_; }
-    std::size_t size() const noexcept { return array_.size(); }
-    /// std::out_of_range past the end.
-    const ElementPtr& at(std::size_t index) const { return array_.at(index); }
     /// Appends a new element with defaults and returns it.
-    ElementPtr add();
-    /// std::out_of_range past the end.
-    void pop(std::size_t index);
+    ElementPtr add() { return append(std::make_shared<TextInput>()); }
     /// The texts of the elements, of the enabled ones only when `enabled`.
     std::vector<std::string> values(bool enabled = true) const;
-
-    /// [{"text", "enabled"}, ...]
-    Document data() const override;
-    /// Elements without "text" or "enabled" get "" and false.
-    void load(const Document& data) override;
     std::shared_ptr<Input> clone() const override;
     /// "<class TextInputList> " and the input's form, then one line per element.
     std::string str() const;
-    /// Replaces the elements; a null element raises TypeError.
-    void build(std::vector<ElementPtr> items);
-
-private:
-    std::vector<ElementPtr> array_;
 };
 
-class TextMatchList : public Input {
+class TextMatchList final : public ElementList<TextMatch> {
 public:
-    using ElementPtr = std::shared_ptr<TextMatch>;
     /// A null element raises TypeError.
     explicit TextMatchList(std::string attr_name, std::vector<ElementPtr> items = {}, std::string help_text = {});
 
-    const std::vector<ElementPtr>& items() const noexcept { return array_; }
-    std::size_t size() const noexcept { return array_.size(); }
-    const ElementPtr& at(std::size_t index) const { return array_.at(index); }
-    ElementPtr add();
-    void pop(std::size_t index);
+    ElementPtr add() { return append(std::make_shared<TextMatch>()); }
     /// The texts of all elements.
     std::vector<std::string> values() const;
-
-    /// [{"text"}, ...]
-    Document data() const override;
-    void load(const Document& data) override;
     std::shared_ptr<Input> clone() const override;
-    /// Replaces the elements; a null element raises TypeError.
-    void build(std::vector<ElementPtr> items);
-
-private:
-    std::vector<ElementPtr> array_;
 };
 
 /// A list of integer slices that all share the limits, step, prefix and units
 /// of a declared default slice, whatever was stored: the stored form holds
 /// values only.
-class IntSliceList : public Input {
+class IntSliceList final : public ElementList<IntSlice> {
 public:
-    using ElementPtr = std::shared_ptr<IntSlice>;
-
-    /// What every slice of the list copies from the default's parts.
-    struct InputSpec {
-        explicit InputSpec(const IntRange& int_range)
+    /// What every slice of the list copies from one part of the default slice.
+    struct PartLimits {
+        explicit PartLimits(const IntRange& int_range)
             : prefix(int_range.prefix()),
               units(int_range.units()),
               minimum(int_range.minimum),
@@ -127,37 +166,30 @@ public:
     IntSliceList(std::string attr_name, std::shared_ptr<IntSlice> default_slice, std::vector<ElementPtr> items = {},
                  std::string help_text = {});
 
-    const std::vector<ElementPtr>& items() const noexcept { return array_; }
     const std::shared_ptr<IntSlice>& default_slice() const noexcept { return default_; }
     std::int64_t default_start() const noexcept { return default_start_; }
     std::int64_t default_stop() const noexcept { return default_stop_; }
-    const InputSpec& spec_start() const noexcept { return spec_start_; }
-    const InputSpec& spec_stop() const noexcept { return spec_stop_; }
+    const PartLimits& start_limits() const noexcept { return start_limits_; }
+    const PartLimits& stop_limits() const noexcept { return stop_limits_; }
 
     /// Appends a slice of the default values with the list's limits and returns it.
     ElementPtr add();
-    void pop(std::size_t index);
 
     /// Copies limits and step, and prefix and units when they are not empty.
-    static void apply_spec(IntRange& int_range, const InputSpec& state);
+    static void apply_limits(IntRange& int_range, const PartLimits& limits);
 
-    /// [{"start": {"value"}, "stop": {"value"}}, ...]
-    Document data() const override;
-    void load(const Document& data) override;
     /// Keeps the name, the default slice and cloned elements; the help text
     /// is not carried over.
     std::shared_ptr<Input> clone() const override;
-    /// Replaces the slices, giving each the list's limits; a null slice
-    /// raises TypeError.
-    void build(std::vector<ElementPtr> items);
 
 private:
-    std::vector<ElementPtr> array_;
+    void shape(IntSlice& slice) const override;
+
     std::shared_ptr<IntSlice> default_;
     std::int64_t default_start_;
     std::int64_t default_stop_;
-    InputSpec spec_start_;
-    InputSpec spec_stop_;
+    PartLimits start_limits_;
+    PartLimits stop_limits_;
 };
 
 }  // namespace zerko::parameters
