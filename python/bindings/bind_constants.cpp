@@ -13,7 +13,6 @@ namespace {
 using constants::Mask;
 using constants::TypeMapping;
 
-nb::object text(std::string_view s) { return to_str(nb::str(s.data(), s.size())); }
 
 // The tree of plain classes whose leaves are the named values.
 void bind_constant_tree(nb::module_& m) {

@@ -28,7 +28,6 @@ using scene::Location;
 using scene::Virtual;
 using Document = project::Document;
 
-nb::object text(const std::string& s) { return to_str(nb::str(s.c_str(), s.size())); }
 
 nb::object location_object(const Location& l) { return nb::cast(l, nb::rv_policy::copy); }
 

@@ -109,12 +109,6 @@ std::size_t list_index(nb::handle index, std::size_t size) {
     return static_cast<std::size_t>(i);
 }
 
-template <typename Container>
-nb::object iterate(const Container& items) {
-    nb::list out;
-    for (const auto& item : items) out.append(nb::cast(item));
-    return nb::iter(out);
-}
 
 nb::tuple to_tuple(const std::vector<std::string>& texts) {
     nb::object out = nb::cast(texts);
@@ -448,6 +442,24 @@ void bind_element_list(nb::class_<List, Input>& cls) {
         .def("_build", [](List& l, nb::handle items) { l.build(elements_arg<Element>(items)); }, nb::arg("items").none());
 }
 
+/// The lists of texts: built from a name, elements and a help text, and
+/// indexed like a Python list.
+template <typename List>
+void bind_text_list(nb::class_<List, Input>& cls) {
+    using Element = typename List::ElementPtr::element_type;
+    cls.def("__init__",
+            [](List* self, nb::handle attr_name, nb::handle items, nb::handle help_text) {
+                std::string attr = attr_arg(attr_name);
+                std::string h = str_arg(help_text);
+                new (self) List(std::move(attr), elements_arg<Element>(items), std::move(h));
+            },
+            nb::arg("attr_name").none(), nb::arg("items").none() = nb::tuple(), nb::arg("help_text").none() = "")
+        .def("__len__", [](const List& l) { return l.size(); })
+        .def("__getitem__", [](const List& l, nb::handle i) { return l.at(list_index(i, l.size())); },
+             nb::arg("index").none());
+    bind_element_list(cls);
+}
+
 void bind_lists(nb::handle ns) {
     nb::class_<TextInput>(ns, "TextInput", "A text with a switch; an element of TextInputList.")
         .def("__init__",
@@ -484,36 +496,16 @@ void bind_lists(nb::handle ns) {
 
     nb::class_<TextInputList, Input> text_inputs(ns, "TextInputList", "A list of texts, each with a switch.");
     text_inputs
-        .def("__init__",
-             [](TextInputList* self, nb::handle attr_name, nb::handle items, nb::handle help_text) {
-                 std::string attr = attr_arg(attr_name);
-                 std::string h = str_arg(help_text);
-                 new (self) TextInputList(std::move(attr), elements_arg<TextInput>(items), std::move(h));
-             },
-             nb::arg("attr_name").none(), nb::arg("items").none() = nb::tuple(), nb::arg("help_text").none() = "")
-        .def("__len__", [](const TextInputList& l) { return l.size(); })
-        .def("__getitem__", [](const TextInputList& l, nb::handle i) { return l.at(list_index(i, l.size())); },
-             nb::arg("index").none())
         .def("values",
              [](const TextInputList& l, nb::handle enabled) { return to_tuple(l.values(truth(enabled))); },
              nb::arg("enabled").none() = true)
         .def("__str__", &TextInputList::str);
-    bind_element_list<TextInputList>(text_inputs);
+    bind_text_list<TextInputList>(text_inputs);
 
     nb::class_<TextMatchList, Input> text_matches(ns, "TextMatchList", "A list of texts to match.");
     text_matches
-        .def("__init__",
-             [](TextMatchList* self, nb::handle attr_name, nb::handle items, nb::handle help_text) {
-                 std::string attr = attr_arg(attr_name);
-                 std::string h = str_arg(help_text);
-                 new (self) TextMatchList(std::move(attr), elements_arg<TextMatch>(items), std::move(h));
-             },
-             nb::arg("attr_name").none(), nb::arg("items").none() = nb::tuple(), nb::arg("help_text").none() = "")
-        .def("__len__", [](const TextMatchList& l) { return l.size(); })
-        .def("__getitem__", [](const TextMatchList& l, nb::handle i) { return l.at(list_index(i, l.size())); },
-             nb::arg("index").none())
         .def("values", [](const TextMatchList& l) { return to_tuple(l.values()); });
-    bind_element_list<TextMatchList>(text_matches);
+    bind_text_list<TextMatchList>(text_matches);
 
     nb::class_<IntSliceList, Input> slices(ns, "IntSliceList", "A list of integer slices shaped like a default slice.");
     using PartLimits = IntSliceList::PartLimits;

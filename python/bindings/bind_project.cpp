@@ -40,9 +40,6 @@ using Root = Rule::Tree::Root;
 using CheckConfig = settings::Check::Config;
 using release_gil = nb::call_guard<nb::gil_scoped_release>;
 
-bool is_text(nb::handle v) { return PyUnicode_Check(v.ptr()); }
-bool is_int(nb::handle v) { return PyLong_Check(v.ptr()) && !PyBool_Check(v.ptr()); }
-bool is_number(nb::handle v) { return (PyLong_Check(v.ptr()) || PyFloat_Check(v.ptr())) && !PyBool_Check(v.ptr()); }
 
 /// Data handed in from Python: what is no JSON value reads as `fallback`.
 Document json_or(nb::handle value, Document fallback) {
@@ -69,10 +66,6 @@ auto text_setter(void (*set)(T&, std::string)) {
     };
 }
 
-template <typename T>
-nb::object iterate(const std::vector<std::shared_ptr<T>>& items) {
-    return nb::iter(nb::cast(items));
-}
 
 void bind_rules(nb::handle settings_cls) {
     nb::class_<Rule> rule(settings_cls, "Rule", nb::dynamic_attr(),

@@ -34,9 +34,6 @@ Document section_from_python(nb::handle data) {
 }
 
 // Setters that keep values of their own kind and quietly ignore the rest.
-bool is_int(nb::handle v) { return PyLong_Check(v.ptr()) && !PyBool_Check(v.ptr()); }
-bool is_bool(nb::handle v) { return PyBool_Check(v.ptr()); }
-bool is_text(nb::handle v) { return PyUnicode_Check(v.ptr()); }
 
 template <typename T, typename Set>
 auto quiet_setter(bool (*accepts)(nb::handle), Set set) {

@@ -73,7 +73,6 @@ std::shared_ptr<Directory> core_of(nb::handle value) {
     return nb::cast<std::shared_ptr<Directory>>(value.attr("_core"));
 }
 
-bool is_bool(nb::handle v) { return PyBool_Check(v.ptr()); }
 
 /// JSON handed in from Python; anything that is not JSON-shaped reads as `fallback`.
 settings::Document json_or(nb::handle value, settings::Document fallback) {

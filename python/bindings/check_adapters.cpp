@@ -20,9 +20,6 @@ std::optional<nb::object> quietly(F&& function) {
     }
 }
 
-bool is_text(nb::handle v) { return PyUnicode_Check(v.ptr()); }
-bool is_int(nb::handle v) { return PyLong_Check(v.ptr()) && !PyBool_Check(v.ptr()); }
-bool is_bool(nb::handle v) { return PyBool_Check(v.ptr()); }
 
 /// A Python error raised by a check: the reported issue becomes the core's
 /// validation error, anything else goes on as it is.

@@ -157,6 +157,26 @@ std::string expect_optional_string(nb::handle value, const char* what);
 /// An iterable of strings, or empty for None.
 std::vector<std::string> expect_strings(nb::handle value, const char* what);
 
+// ---- small pieces every binding file uses -------------------------------------
+
+/// Type tests of quiet setters and adapters; a bool is no int or number.
+inline bool is_text(nb::handle v) { return PyUnicode_Check(v.ptr()); }
+inline bool is_int(nb::handle v) { return PyLong_Check(v.ptr()) && !PyBool_Check(v.ptr()); }
+inline bool is_bool(nb::handle v) { return PyBool_Check(v.ptr()); }
+inline bool is_number(nb::handle v) {
+    return (PyLong_Check(v.ptr()) || PyFloat_Check(v.ptr())) && !PyBool_Check(v.ptr());
+}
+/// `s` as a `_Str`.
+inline nb::object text(std::string_view s) { return to_str(nb::str(s.data(), s.size())); }
+/// An iterator over a snapshot of `items`: the container may change while
+/// Python walks it.
+template <typename Container>
+nb::object iterate(const Container& items) {
+    nb::list out;
+    for (const auto& item : items) out.append(nb::cast(item));
+    return nb::iter(out);
+}
+
 /// Whether `self`'s class replaces the attribute `name` that the bound base
 /// class `base` defines (a method, a property or a plain value).
 bool overrides(nb::handle self, nb::handle base, const char* name);
