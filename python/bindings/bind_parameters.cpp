@@ -283,6 +283,27 @@ public:
 
 // ------------------------------------------------------------------ bindings
 
+/// The fields the two ranges share. A real range's fields take an int as well.
+template <typename Range>
+void bind_range_fields(nb::class_<Range, Input>& cls) {
+    using Number = decltype(Range::value);
+    auto field = [&cls](const char* name, Number Range::*member) {
+        cls.def_prop_rw(
+            name, [member](const Range& r) { return r.*member; },
+            [member](Range& r, nb::handle v) {
+                if constexpr (std::is_integral_v<Number>) r.*member = int_arg(v);
+                else r.*member = number_arg(v);
+            },
+            nb::arg("value").none());
+    };
+    field("minimum", &Range::minimum);
+    field("maximum", &Range::maximum);
+    field("step", &Range::step);
+    field("value", &Range::value);
+    cls.def_prop_ro("prefix", [](const Range& r) { return r.prefix(); })
+        .def_prop_ro("units", [](const Range& r) { return r.units(); });
+}
+
 void bind_inputs(nb::handle ns) {
     nb::class_<Input>(ns, "_Input", "The abstract base of every named input.")
         .def("__init__",
@@ -299,7 +320,8 @@ void bind_inputs(nb::handle ns) {
         .def("clone", &Input::clone, "A new input of the same type with the current values.")
         .def("__str__", &Input::str);
 
-    nb::class_<IntRange, Input>(ns, "IntRange", "An integer with limits, a step, a prefix and units.")
+    nb::class_<IntRange, Input> int_range(ns, "IntRange", "An integer with limits, a step, a prefix and units.");
+    int_range
         .def("__init__",
              [](IntRange* self, nb::handle attr_name, nb::handle minimum, nb::handle maximum, nb::handle step,
                 nb::handle value, nb::handle prefix, nb::handle units, nb::handle label, nb::handle help_text) {
@@ -310,19 +332,12 @@ void bind_inputs(nb::handle ns) {
              },
              nb::arg("attr_name").none(), nb::arg("minimum").none() = 0, nb::arg("maximum").none() = 100,
              nb::arg("step").none() = 1, nb::arg("value").none() = 50, nb::arg("prefix").none() = "",
-             nb::arg("units").none() = "", nb::arg("label").none() = "", nb::arg("help_text").none() = "")
-        .def_prop_rw("minimum", [](const IntRange& r) { return r.minimum; },
-                     [](IntRange& r, nb::handle v) { r.minimum = int_arg(v); }, nb::arg("value").none())
-        .def_prop_rw("maximum", [](const IntRange& r) { return r.maximum; },
-                     [](IntRange& r, nb::handle v) { r.maximum = int_arg(v); }, nb::arg("value").none())
-        .def_prop_rw("step", [](const IntRange& r) { return r.step; },
-                     [](IntRange& r, nb::handle v) { r.step = int_arg(v); }, nb::arg("value").none())
-        .def_prop_rw("value", [](const IntRange& r) { return r.value; },
-                     [](IntRange& r, nb::handle v) { r.value = int_arg(v); }, nb::arg("value").none())
-        .def_prop_ro("prefix", [](const IntRange& r) { return r.prefix(); })
-        .def_prop_ro("units", [](const IntRange& r) { return r.units(); });
+             nb::arg("units").none() = "", nb::arg("label").none() = "", nb::arg("help_text").none() = "");
+    bind_range_fields(int_range);
 
-    nb::class_<FloatRange, Input>(ns, "FloatRange", "A real number with limits, a step, a precision, a prefix and units.")
+    nb::class_<FloatRange, Input> float_range(ns, "FloatRange",
+                                              "A real number with limits, a step, a precision, a prefix and units.");
+    float_range
         .def("__init__",
              [](FloatRange* self, nb::handle attr_name, nb::handle minimum, nb::handle maximum, nb::handle step,
                 nb::handle precision, nb::handle value, nb::handle prefix, nb::handle units, nb::handle label,
@@ -337,18 +352,9 @@ void bind_inputs(nb::handle ns) {
              nb::arg("step").none() = 0.05, nb::arg("precision").none() = 2, nb::arg("value").none() = 0.5,
              nb::arg("prefix").none() = "", nb::arg("units").none() = "", nb::arg("label").none() = "",
              nb::arg("help_text").none() = "")
-        .def_prop_rw("minimum", [](const FloatRange& r) { return r.minimum; },
-                     [](FloatRange& r, nb::handle v) { r.minimum = number_arg(v); }, nb::arg("value").none())
-        .def_prop_rw("maximum", [](const FloatRange& r) { return r.maximum; },
-                     [](FloatRange& r, nb::handle v) { r.maximum = number_arg(v); }, nb::arg("value").none())
-        .def_prop_rw("step", [](const FloatRange& r) { return r.step; },
-                     [](FloatRange& r, nb::handle v) { r.step = number_arg(v); }, nb::arg("value").none())
         .def_prop_rw("precision", [](const FloatRange& r) { return r.precision; },
-                     [](FloatRange& r, nb::handle v) { r.precision = int_arg(v); }, nb::arg("value").none())
-        .def_prop_rw("value", [](const FloatRange& r) { return r.value; },
-                     [](FloatRange& r, nb::handle v) { r.value = number_arg(v); }, nb::arg("value").none())
-        .def_prop_ro("prefix", [](const FloatRange& r) { return r.prefix(); })
-        .def_prop_ro("units", [](const FloatRange& r) { return r.units(); });
+                     [](FloatRange& r, nb::handle v) { r.precision = int_arg(v); }, nb::arg("value").none());
+    bind_range_fields(float_range);
 
     nb::class_<RegEx, Input>(ns, "RegEx", "A regular expression that the user writes.")
         .def("__init__",
