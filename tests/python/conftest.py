@@ -7,6 +7,9 @@ import pytest
 
 import zerko
 
+# Report what the library leaves alive when the test run ends.
+zerko._core._set_leak_warnings(True)
+
 EXAMPLES = os.path.join(os.path.dirname(__file__), "..", "..", "examples")
 
 
