@@ -484,6 +484,16 @@ void bind_settings_class(nb::class_<Settings>& cls) {
 
 nb::object header_text(const Header& h) { return nb::str(h.text().c_str()); }
 
+// A collection keeps its Api's Python object alive (keep_alive at
+// construction); reporting it lets the collector free a host's Api that keeps
+// its collection.
+int traverse_collection(Collection& c, visitproc visit, void* arg) {
+    const nb::object api = nb::find(&c.api());
+    Py_VISIT(api.ptr());
+    return 0;
+}
+void clear_collection(Collection&) {}
+
 void bind_collection(nb::handle project_ns) {
     nb::class_<Header>(project_ns, "Header", "A light summary of one project for lists.")
         .def(nb::init<const Settings&>(), nb::arg("settings"))
@@ -494,7 +504,8 @@ void bind_collection(nb::handle project_ns) {
         .def("__str__", &header_text)
         .def("__repr__", &header_text);
 
-    nb::class_<Collection> cls(project_ns, "Collection", nb::dynamic_attr(),
+    using CollectedCollection = CollectedType<Collection, traverse_collection, clear_collection>;
+    nb::class_<Collection> cls(project_ns, "Collection", nb::dynamic_attr(), nb::type_slots(CollectedCollection::slots),
                                "The projects of one directory and target, kept in step with the server.");
 
     nb::dict headers;

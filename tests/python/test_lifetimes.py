@@ -114,6 +114,7 @@ def test_hosts_that_keep_their_api_are_freed():
             scene.api = api
             environment.api = api
             api.callbacks.projects_saved.register(lambda *args, api=api: None)
+            api.projects = zerko._Project.Collection(api, "maya")
             events = zerko._CallBacks()
             events.buffer_loaded.register(lambda *args, events=events: None)
             alive.append((weakref.ref(scene), weakref.ref(environment)))
