@@ -90,8 +90,10 @@ int visit_callbacks(foundation::CallBacks& callbacks, visitproc visit, void* arg
 /// instance dictionary of a type with dynamic attributes is handled as well.
 template <typename T, int (*Traverse)(T&, visitproc, void*), void (*Clear)(T&)>
 struct CollectedType {
+    /// The dictionary slot of the bound type itself; a Python subclass that
+    /// adds a dictionary of its own reports it itself.
     static PyObject** dict(PyObject* self) {
-        const Py_ssize_t offset = Py_TYPE(self)->tp_dictoffset;
+        const Py_ssize_t offset = reinterpret_cast<PyTypeObject*>(nb::type<T>().ptr())->tp_dictoffset;
         return offset > 0 ? reinterpret_cast<PyObject**>(reinterpret_cast<char*>(self) + offset) : nullptr;
     }
     static bool owns(PyObject* self) {
