@@ -359,9 +359,7 @@ void bind_queue(nb::handle ns) {
     task.def("__init__",
              [](Task* self, const std::string& path, nb::handle check_controls, nb::handle name, nb::handle icon) {
                  List::Controls controls;
-                 if (!check_controls.is_none()) {
-                     for (nb::handle c : check_controls) controls.push_back(nb::cast<std::shared_ptr<Control>>(c));
-                 }
+                 if (!check_controls.is_none()) controls = objects_of<Control>(check_controls, "check_controls");
                  new (self) Task(path, std::move(controls), expect_optional_string(name, "name"));
                  set_icon(*self, icon);
              },

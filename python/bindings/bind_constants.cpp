@@ -102,9 +102,8 @@ void bind_mask(nb::module_& m) {
         .def(
             "__init__",
             [](Mask::Set* self, nb::args items) {
-                std::vector<Mask::ItemPtr> list;
-                for (nb::handle i : items) list.push_back(nb::cast<std::shared_ptr<Mask::Item>>(i));
-                new (self) Mask::Set(std::move(list));
+                const auto given = objects_of<Mask::Item>(items, "items");
+                new (self) Mask::Set(std::vector<Mask::ItemPtr>(given.begin(), given.end()));
             },
             nb::arg("items"))
         .def("__len__", [](const Mask::Set& s) { return s.items().size(); })

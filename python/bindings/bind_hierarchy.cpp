@@ -95,18 +95,7 @@ project::Record record_from(nb::handle source) {
     return record;
 }
 
-/// A list of scopes; anything else in it is a TypeError naming the argument.
-Scopes scopes_from(nb::handle list, const char* what) {
-    Scopes out;
-    for (nb::handle s : list) {
-        std::shared_ptr<Scope> scope;
-        if (!nb::try_cast(s, scope) || !scope) {
-            throw TypeError(std::string(what) + " must hold Pattern.Scope objects, not " + Py_TYPE(s.ptr())->tp_name);
-        }
-        out.push_back(std::move(scope));
-    }
-    return out;
-}
+Scopes scopes_from(nb::handle list, const char* what) { return objects_of<Scope>(list, what); }
 
 nb::list scopes_to(const Scopes& scopes) {
     nb::list out;

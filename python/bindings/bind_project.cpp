@@ -257,11 +257,8 @@ void bind_rules(nb::handle settings_cls) {
     nb::class_<Node, NodeBase>(tree, "Node", nb::dynamic_attr(), "One reference to a rule, with the nodes below it.")
         .def("__init__",
              [](Node* self, std::shared_ptr<Rule> rule, nb::handle children) {
-                 NodeBase::Children adopted;
-                 if (!children.is_none()) {
-                     for (nb::handle item : children) adopted.push_back(nb::cast<std::shared_ptr<Node>>(item));
-                 }
-                 new (self) Node(std::move(rule), std::move(adopted));
+                 new (self) Node(std::move(rule), children.is_none() ? NodeBase::Children{}
+                                                                     : objects_of<Node>(children, "children"));
              },
              nb::arg("rule"), nb::arg("children").none() = nb::none())
         .def_prop_rw("rule", [](const Node& n) { return n.rule; },

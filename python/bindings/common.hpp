@@ -151,6 +151,22 @@ int int_of(nb::handle value, const char* what = "value");
 /// Raises OverflowError: `what` does not fit.
 [[noreturn]] void raise_overflow(const char* what);
 
+/// The bound objects of an iterable; None or an object of another type in it
+/// is a TypeError naming `what`.
+template <typename T>
+std::vector<std::shared_ptr<T>> objects_of(nb::handle items, const char* what) {
+    std::vector<std::shared_ptr<T>> out;
+    for (nb::handle item : items) {
+        std::shared_ptr<T> object;
+        if (!nb::try_cast(item, object) || !object) {
+            throw TypeError(std::string(what) + " must hold " + nb::type_name(nb::type<T>()).c_str() + " objects, not " +
+                            Py_TYPE(item.ptr())->tp_name);
+        }
+        out.push_back(std::move(object));
+    }
+    return out;
+}
+
 /// What host code returned, checked: raises zerko::TypeError naming `what`
 /// when the value has the wrong type.
 std::string expect_string(nb::handle value, const char* what);

@@ -13,13 +13,17 @@ H = zerko._Hierarchy
 P = zerko.Parameters
 
 # Each case names what it calls; they run in a child interpreter because a
-# scope list holding None once dereferenced a null pointer.
+# list holding None once became a null pointer that was dereferenced.
 SCOPE_LISTS = '''
 import json, zerko
 H = zerko._Hierarchy
 scope = H.Pattern.Scope(None)
-search = H.Search(zerko.Scene._Virtual(zerko.Scene.Operator()))
+virtual = zerko.Scene._Virtual(zerko.Scene.Operator())
+search = H.Search(virtual)
 cases = {
+    "match": lambda: H(virtual).match([], [scope, None]),
+    "queue task": lambda: zerko.Check._Queue.Task("|a", [None]).status,
+    "mask set": lambda: zerko.Mask._Set(None),
     "is_optional": lambda: H._is_optional([scope, None]),
     "sort": lambda: H.Pattern._Sorter.sort([None]),
     "scope children": lambda: H.Pattern.Scope(None, [None]),
@@ -42,7 +46,8 @@ def test_lists_of_scopes_refuse_what_is_no_scope():
     done = subprocess.run([sys.executable, "-c", SCOPE_LISTS], capture_output=True, text=True, timeout=60, env=env)
     assert done.returncode == 0, done.stderr
     outcomes = json.loads(done.stdout)
-    expected_names = {"is_optional": "pattern", "sort": "pattern", "scope children": "children",
+    expected_names = {"match": "pattern", "queue task": "check_controls", "mask set": "items",
+                      "is_optional": "pattern", "sort": "pattern", "scope children": "children",
                       "search layer": "scopes", "search layer nested": "scopes"}
     for case, argument in expected_names.items():
         kind, message = outcomes[case]
