@@ -17,7 +17,7 @@ using file::Json;
 std::string path_text(nb::handle value) {
     nb::object path = PyUnicode_Check(value.ptr()) ? nb::borrow(value) : nb::module_::import_("os").attr("fspath")(value);
     if (!PyUnicode_Check(path.ptr())) throw TypeError("path must be text");
-    std::string text = nb::cast<std::string>(path);
+    std::string text = utf8(path, "path");
     file::assert_path(text);
     return text;
 }

@@ -33,7 +33,7 @@ public:
             return static_cast<std::uint64_t>(u);
         }
         if (PyFloat_Check(v.ptr())) return PyFloat_AS_DOUBLE(v.ptr());
-        if (PyUnicode_Check(v.ptr())) return nb::cast<std::string>(v);
+        if (PyUnicode_Check(v.ptr())) return utf8(v, "JSON text");
         const bool is_dict = PyDict_Check(v.ptr());
         if (!is_dict && !PyList_Check(v.ptr()) && !PyTuple_Check(v.ptr())) {
             throw TypeError(std::string("value of type ") + Py_TYPE(v.ptr())->tp_name + " is not JSON-shaped");
@@ -55,7 +55,7 @@ private:
         json out = json::object();
         for (auto [key, item] : nb::borrow<nb::dict>(v)) {
             if (!PyUnicode_Check(key.ptr())) throw TypeError("JSON object keys must be strings");
-            out[nb::cast<std::string>(key)] = value(item);
+            out[utf8(key, "JSON object key")] = value(item);
         }
         return out;
     }

@@ -65,10 +65,16 @@ LONE = "ab\udcff"
     lambda: zerko.Scene._Virtual._Location("a", "|a", "mesh", ["|a|b", LONE]),
     lambda: zerko.TypeMapping({"mesh": LONE}),
     lambda: zerko._format("{}", [LONE]),
-], ids=["input text", "attribute name", "capture", "expression key", "children", "type table", "format"])
-def test_text_without_a_utf8_form_is_a_unicode_error(call):
+    lambda: zerko._File.Json.write("unused.json", {"name": [LONE]}),
+    lambda: zerko._File.Json.write("unused.json", {LONE: 1}),
+    lambda: zerko._File.Text.read(LONE),
+], ids=["input text", "attribute name", "capture", "expression key", "children", "type table", "format",
+        "JSON text", "JSON key", "path"])
+def test_text_without_a_utf8_form_is_a_unicode_error(call, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
     with pytest.raises(UnicodeEncodeError, match="surrogates not allowed"):
         call()
+    assert list(tmp_path.iterdir()) == []
 
 
 @pytest.mark.parametrize("call, argument", [
