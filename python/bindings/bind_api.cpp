@@ -15,9 +15,9 @@ using api::Environment;
 nb::handle g_environment_type;
 
 /// A Python subclass of zerko.Environment.
-class PyEnvironment final : public Environment {
+class PyEnvironment final : public Overridable<Environment> {
 public:
-    NB_TRAMPOLINE(Environment);
+    NB_TRAMPOLINE(Overridable<Environment>);
 
     std::string target() const override { return property("target", [this] { return Environment::target(); }); }
     std::string scope() const override { return property("scope", [this] { return Environment::scope(); }); }

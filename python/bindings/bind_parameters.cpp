@@ -228,9 +228,9 @@ nb::object switch_to_python(const std::any& value) {
 
 /// Python subclasses of Parameters.Options: C++ callers (the exporter
 /// options) reach the operations the subclass overrides.
-class PyOptions : public Options {
+class PyOptions : public Overridable<Options> {
 public:
-    NB_TRAMPOLINE(Options);
+    NB_TRAMPOLINE(Overridable<Options>);
 
     Document data() const override {
         {
@@ -245,31 +245,22 @@ public:
     void load(const Document& data) override {
         {
             nb::gil_scoped_acquire gil;
-            nanobind::detail::ticket t(nb_trampoline, "load", nanobind::detail::str_hash("load"), false);
-            if (t.key.is_valid()) {
-                nb_trampoline.base().attr(t.key)(from_json(data));
-                return;
-            }
+            if (ZERKO_PY_OVERRIDE("load", from_json(data)).is_valid()) return;
         }
         Options::load(data);
     }
     void reset() override {
         {
             nb::gil_scoped_acquire gil;
-            nanobind::detail::ticket t(nb_trampoline, "reset", nanobind::detail::str_hash("reset"), false);
-            if (t.key.is_valid()) {
-                nb_trampoline.base().attr(t.key)();
-                return;
-            }
+            if (ZERKO_PY_OVERRIDE("reset").is_valid()) return;
         }
         Options::reset();
     }
     std::shared_ptr<Options> clone() const override {
         {
             nb::gil_scoped_acquire gil;
-            nanobind::detail::ticket t(nb_trampoline, "clone", nanobind::detail::str_hash("clone"), false);
-            if (t.key.is_valid()) {
-                nb::object result = nb_trampoline.base().attr(t.key)();
+            nb::object result = ZERKO_PY_OVERRIDE("clone");
+            if (result.is_valid()) {
                 std::shared_ptr<Options> copy;
                 if (result.is_none() || !nb::try_cast(result, copy) || !copy) {
                     throw TypeError("clone() of exporter options must return Parameters.Options");

@@ -49,13 +49,7 @@ void PyOperator::select(const scene::Paths& paths) {
     nb::gil_scoped_acquire gil;
     nb::list args;
     for (const auto& p : paths) args.append(nb::str(p.c_str(), p.size()));
-    nanobind::detail::ticket t(nb_trampoline, "select", nanobind::detail::str_hash("select"), false);
-    if (t.key.is_valid()) {
-        nb::object method = nb_trampoline.base().attr(t.key);
-        nb::object result = nb::steal(PyObject_Call(method.ptr(), nb::tuple(args).ptr(), nullptr));
-        if (!result.is_valid()) throw nb::python_error();
-        return;
-    }
+    if (ZERKO_PY_OVERRIDE("select", *nb::tuple(args)).is_valid()) return;
     Base::select(paths);
 }
 
@@ -72,20 +66,17 @@ std::shared_ptr<void> PyOperator::begin_queries() {
 
 std::unique_ptr<scene::SelectionScope> PyOperator::selection_manager() {
     nb::gil_scoped_acquire gil;
-    nanobind::detail::ticket t(nb_trampoline, "selection_manager", nanobind::detail::str_hash("selection_manager"),
-                               false);
-    if (t.key.is_valid()) return std::make_unique<PySelectionScope>(nb_trampoline.base().attr(t.key)());
+    nb::object manager = ZERKO_PY_OVERRIDE("selection_manager");
+    if (manager.is_valid()) return std::make_unique<PySelectionScope>(std::move(manager));
     return Base::selection_manager();
 }
 
 void PyOperator::export_(const scene::Paths& roots, const std::string& file_path, const std::string& type,
                          const zerko::JsonDocument& args, bool automatic_uv, bool triangulate, bool reset_xforms) {
     nb::gil_scoped_acquire gil;
-    nanobind::detail::ticket t(nb_trampoline, "export", nanobind::detail::str_hash("export"), false);
-    if (t.key.is_valid()) {
-        nb::object fn = nb_trampoline.base().attr(t.key);
-        fn(roots, file_path, type, from_json(args), nb::arg("automatic_uv") = automatic_uv,
-           nb::arg("triangulate") = triangulate, nb::arg("reset_xforms") = reset_xforms);
+    if (ZERKO_PY_OVERRIDE("export", roots, file_path, type, from_json(args), nb::arg("automatic_uv") = automatic_uv,
+                          nb::arg("triangulate") = triangulate, nb::arg("reset_xforms") = reset_xforms)
+            .is_valid()) {
         return;
     }
     Base::export_(roots, file_path, type, args, automatic_uv, triangulate, reset_xforms);

@@ -195,6 +195,27 @@ nb::object iterate(const Container& items) {
     return nb::iter(out);
 }
 
+/// The C++ base of a trampoline, plus `no_override`: the fallback that
+/// nanobind's NB_OVERRIDE_NAME runs when the Python class does not override a
+/// method. It gives no object, so the caller can tell "not overridden" from a
+/// Python result and convert that result itself (naming the operation in
+/// its errors) or run the C++ base. nanobind still does the lookup, its cache
+/// and the guard that sends a super() call back to C++.
+template <typename Base>
+struct Overridable : Base {
+    using Base::Base;
+    template <typename... Args>
+    static nb::object no_override(Args&&...) {
+        return nb::object();
+    }
+};
+
+/// Inside a trampoline deriving from Overridable: the result of the Python
+/// override of the method `name` called with the arguments, or an invalid
+/// object when the Python class does not override it. Hold the GIL.
+#define ZERKO_PY_OVERRIDE(name, ...) \
+    [&]() -> nb::object { NB_OVERRIDE_NAME(name, no_override __VA_OPT__(, ) __VA_ARGS__); }()
+
 /// Whether `self`'s class replaces the attribute `name` that the bound base
 /// class `base` defines (a method, a property or a plain value).
 bool overrides(nb::handle self, nb::handle base, const char* name);

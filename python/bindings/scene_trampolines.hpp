@@ -15,28 +15,10 @@ namespace zerko::py {
 #define ZERKO_OVERRIDE(name, convert, fallback, ...)                                     \
     do {                                                                                 \
         nb::gil_scoped_acquire nb_gil;                                                   \
-        nanobind::detail::ticket nb_ticket(nb_trampoline, name,                          \
-                                           nanobind::detail::str_hash(name), false);     \
-        if (nb_ticket.key.is_valid()) {                                                  \
-            nb::object nb_result =                                                       \
-                ::zerko::py::call_method(nb_trampoline.base(), nb_ticket.key __VA_OPT__(, ) __VA_ARGS__); \
-            return convert(nb_result, name);                                             \
-        }                                                                                \
+        nb::object nb_result = ZERKO_PY_OVERRIDE(name __VA_OPT__(, ) __VA_ARGS__);       \
+        if (nb_result.is_valid()) return convert(nb_result, name);                       \
     } while (0);                                                                         \
     return fallback
-
-/// Calls the method `name` of `self` without making a bound method first
-/// (the hot path of a scene snapshot calls the host four times per object).
-template <typename... Args>
-nb::object call_method(nb::handle self, nb::handle name, const Args&... args) {
-    nb::object converted[] = {nb::none(), nb::cast(args)...};
-    PyObject* storage[sizeof...(Args) + 2] = {nullptr, self.ptr()};
-    for (std::size_t i = 0; i < sizeof...(Args); ++i) storage[i + 2] = converted[i + 1].ptr();
-    PyObject* result = PyObject_VectorcallMethod(name.ptr(), storage + 1,
-                                                 (sizeof...(Args) + 1) | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr);
-    if (!result) throw nb::python_error();
-    return nb::steal(result);
-}
 
 inline bool to_bool(nb::handle v, const char*) { return PyObject_IsTrue(v.ptr()) == 1; }
 inline void to_void(nb::handle, const char*) {}
@@ -44,9 +26,9 @@ zerko::JsonDocument to_json_result(nb::handle v, const char* what);
 
 /// Shared overrides of the four query operations.
 template <typename Base>
-class QueryTrampoline : public Base {
+class QueryTrampoline : public Overridable<Base> {
 public:
-    NB_TRAMPOLINE(Base);
+    NB_TRAMPOLINE(Overridable<Base>);
 
     bool object_exists(const std::string& path) const override {
         ZERKO_OVERRIDE("object_exists", to_bool, Base::object_exists(path), path_object(path));
@@ -60,9 +42,8 @@ public:
     scene::Paths get_children(const std::string& path) const override {
         {
             nb::gil_scoped_acquire gil;
-            nanobind::detail::ticket t(nb_trampoline, "get_children", nanobind::detail::str_hash("get_children"), false);
-            if (t.key.is_valid()) {
-                nb::object result = call_method(nb_trampoline.base(), t.key, path_object(path));
+            nb::object result = ZERKO_PY_OVERRIDE("get_children", path_object(path));
+            if (result.is_valid()) {
                 scene::Paths out;
                 if (result.is_none()) return out;
                 if (PyUnicode_Check(result.ptr())) throw TypeError("get_children returned a string, not a list of strings");
