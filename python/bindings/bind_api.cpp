@@ -5,6 +5,7 @@
 #include "zerko/api/api.hpp"
 #include "zerko/api/environment.hpp"
 #include "zerko/foundation/errors.hpp"
+#include "zerko/foundation/paths.hpp"
 
 namespace zerko::py {
 
@@ -139,7 +140,7 @@ std::shared_ptr<Environment> environment_from_python(nb::handle value) {
 }
 
 void bind_api(nb::module_& m) {
-    api::process::set_setter(&python_setenv);
+    foundation::process::set_setter(&python_setenv);
     nb::class_<Environment, PyEnvironment> env(m, "Environment",
         "Where the settings, projects and statistics of the tool live for a host.");
     g_environment_type = env;

@@ -572,7 +572,7 @@ void bind_collection(nb::handle project_ns) {
            "__init__",
            [](Collection* self, api::Api& api, std::string target) {
                nb::gil_scoped_release release;
-               new (self) Collection(api, std::move(target));
+               new (self) Collection(api.callbacks(), api.env()->get_projects_directory(), std::move(target));
            },
            nb::arg("api"), nb::arg("target"), nb::keep_alive<1, 2>())
         .def_prop_ro("target", &Collection::target)

@@ -11,6 +11,7 @@
 #include "zerko/constants/constants.hpp"
 #include "zerko/constants/mask.hpp"
 #include "zerko/foundation/errors.hpp"
+#include "zerko/foundation/paths.hpp"
 #include "zerko/foundation/logger.hpp"
 #include "test_support.hpp"
 
@@ -69,15 +70,15 @@ TEST(Mask, RowsFollowTheTypeTableAndFieldsStay) {
 }
 
 TEST(Environment, PathRulesAndCodecs) {
-    EXPECT_EQ(api::path::normalise("//a//b/./c/.."), "//a/b");
-    EXPECT_EQ(api::path::normalise("///a"), "/a");
-    EXPECT_EQ(api::path::normalise("../x/../../y"), "../../y");
-    EXPECT_EQ(api::path::normalise(""), ".");
-    const auto home = api::path::normalise(*api::Environment::user_home());
+    EXPECT_EQ(foundation::path::normalise("//a//b/./c/.."), "//a/b");
+    EXPECT_EQ(foundation::path::normalise("///a"), "/a");
+    EXPECT_EQ(foundation::path::normalise("../x/../../y"), "../../y");
+    EXPECT_EQ(foundation::path::normalise(""), ".");
+    const auto home = foundation::path::normalise(*api::Environment::user_home());
     EXPECT_EQ(api::Environment::encode_user_path(home + "/x"), "~/x");
     EXPECT_EQ(api::Environment::decode_user_path("~/x"), home + "/x");
     EXPECT_EQ(api::Environment::decode_user_path("/d/a~b"), "/d/a" + home + "b");
-    EXPECT_THROW(api::path::make_directory("/nonexistent-parent/child"), FileNotFoundError);
+    EXPECT_THROW(foundation::path::make_directory("/nonexistent-parent/child"), FileNotFoundError);
 }
 
 TEST(Api, FallsBackToTheLocalEnvironmentAndShutsDown) {

@@ -297,7 +297,7 @@ TEST(ProjectCollection, ListsOnlyApprovedJsonOfItsTarget) {
     fs::create_directory(ws.projects + "/.corrupted");
     ScratchDirectory::put(ws.projects + "/.corrupted/x-1.json", "{");
 
-    Collection collection(ws.api, "maya");
+    Collection collection(ws.api.callbacks(), ws.api.env()->get_projects_directory(), "maya");
     EXPECT_EQ(collection.table().size(), 4u);
     EXPECT_EQ(collection.names(), (std::vector<std::string>{"Alpha", "Alpha", "Beta"}));
     std::vector<std::string> listed;
@@ -328,7 +328,7 @@ TEST(ProjectCollection, ListsOnlyApprovedJsonOfItsTarget) {
 
 TEST(ProjectCollection, PromiseEditedAndSavedHeadsTheHistory) {
     Workspace ws;
-    Collection collection(ws.api, "maya");
+    Collection collection(ws.api.callbacks(), ws.api.env()->get_projects_directory(), "maya");
     int saved = 0;
     ws.api.callbacks().projects_saved.register_(
         foundation::make_callback([&](const foundation::CallArgs&) { ++saved; }, &saved));
@@ -362,14 +362,14 @@ TEST(ProjectCollection, PromiseEditedAndSavedHeadsTheHistory) {
     EXPECT_EQ(disk["filename"], project->filename());
     EXPECT_EQ(collection.get(project->filename()), project);
 
-    Collection reread(ws.api, "maya");
+    Collection reread(ws.api.callbacks(), ws.api.env()->get_projects_directory(), "maya");
     EXPECT_EQ(reread.get(project->filename())->data(), project->data());
     EXPECT_THROW(Settings(nullptr, ws.projects, "", Document::object()).save(), ValueError);
 }
 
 TEST(ProjectCollection, SecondConcurrentSaveReturnsAtOnce) {
     Workspace ws;
-    Collection collection(ws.api, "maya");
+    Collection collection(ws.api.callbacks(), ws.api.env()->get_projects_directory(), "maya");
     auto project = collection.get_empty();
     auto history = project->history();
     std::atomic<int> calls = 0;
@@ -400,7 +400,7 @@ TEST(ProjectCollection, ServerIsTheFullTruth) {
     ws.put("same.json", project_file("same.json", "Same", "maya", 100.0));
     ws.put("local.json", project_file("local.json", "Local", "maya", 100.0));
     ws.put("blender.json", project_file("blender.json", "Blender", "blender", 100.0));
-    Collection collection(ws.api, "maya");
+    Collection collection(ws.api.callbacks(), ws.api.env()->get_projects_directory(), "maya");
     const auto kept = collection.get("keep.json");
 
     auto newer = project_file("stale.json", "Stale", "maya", 200.0);

@@ -11,11 +11,11 @@
 #include <system_error>
 #include <thread>
 
-#include "zerko/api/environment.hpp"
 #include "zerko/file/utilities.hpp"
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/logger.hpp"
 #include "zerko/foundation/naming.hpp"
+#include "zerko/foundation/paths.hpp"
 
 namespace zerko::file {
 
@@ -89,7 +89,7 @@ std::string draw_ticket() {
 
 Json::AccessQueue::AccessQueue(std::string_view json_path, bool write, double access_timeout,
                                double life_duration_threshold)
-    : path_((assert_path(json_path), api::path::normalise(json_path))),
+    : path_((assert_path(json_path), foundation::path::normalise(json_path))),
       ticket_(draw_ticket()),
       write_(write),
       access_timeout_(access_timeout),
@@ -181,7 +181,7 @@ std::vector<std::string> Json::AccessQueue::get_editors_sequence() {
     std::vector<std::string> paths;
     for (const auto& name : names) {
         if (!is_ticket_name(name, prefix)) continue;
-        auto path = api::path::join(directory_, name);
+        auto path = foundation::path::join(directory_, name);
         delete_outdated(path);
         if (exists(path)) paths.push_back(std::move(path));
     }

@@ -7,9 +7,9 @@
 #include <exception>
 #include <filesystem>
 
-#include "zerko/api/environment.hpp"
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/logger.hpp"
+#include "zerko/foundation/paths.hpp"
 
 namespace zerko::file {
 
@@ -107,15 +107,15 @@ void move_corrupted(const std::string& path) {
         if (directory.find_first_not_of('/') != std::string::npos) {
             while (!directory.empty() && directory.back() == '/') directory.pop_back();
         }
-        const auto quarantine = api::path::join(directory, corrupted_directory);
-        api::path::make_directory(quarantine);
+        const auto quarantine = foundation::path::join(directory, corrupted_directory);
+        foundation::path::make_directory(quarantine);
         if (!std::filesystem::exists(path)) throw FileNotFoundError(ENOENT, path);
         // Two files quarantined within one second share the timed name: the
         // later one takes a counter, and no quarantined file is replaced.
         const auto [stem, extension] = split_extension(timed_filename(filename));
-        std::string target = api::path::join(quarantine, stem + extension);
+        std::string target = foundation::path::join(quarantine, stem + extension);
         for (int n = 1; std::filesystem::exists(std::filesystem::symlink_status(target)); ++n) {
-            target = api::path::join(quarantine, stem + "-" + std::to_string(n) + extension);
+            target = foundation::path::join(quarantine, stem + "-" + std::to_string(n) + extension);
         }
         if (std::rename(path.c_str(), target.c_str()) != 0) throw FileNotFoundError(errno, path);
     } catch (const std::exception&) {

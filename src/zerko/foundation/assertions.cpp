@@ -1,14 +1,15 @@
 #include "zerko/foundation/assertions.hpp"
 
-#include "zerko/api/environment.hpp"
+#include "zerko/foundation/environment.hpp"
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/naming.hpp"
 
 namespace zerko::foundation {
 
-bool Assert::Environment::is_valid(const api::Environment& env) {
-    const auto getters = {&api::Environment::get_settings_file, &api::Environment::get_settings_directory,
-                          &api::Environment::get_projects_directory, &api::Environment::get_statistics_file};
+bool Assert::Environment::is_valid(const foundation::Environment& env) {
+    using Env = foundation::Environment;
+    const auto getters = {&Env::get_settings_file, &Env::get_settings_directory, &Env::get_projects_directory,
+                          &Env::get_statistics_file};
     for (auto getter : getters) {
         if (!quiet_call([&] { return (env.*getter)(); })) return false;
     }

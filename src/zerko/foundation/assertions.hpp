@@ -11,11 +11,9 @@
 
 #include "zerko/foundation/logger.hpp"
 
-namespace zerko::api {
-class Environment;
-}
-
 namespace zerko::foundation {
+
+class Environment;
 
 /// Calls `function`; any error is logged as "{class name}: {error}" and the
 /// result is nothing. Foreign objects may raise anything even on a plain
@@ -34,7 +32,7 @@ struct Assert {
     struct Environment {
         /// Each path getter must answer a string, and both codecs must
         /// answer a string for "~".
-        static bool is_valid(const api::Environment& instance);
+        static bool is_valid(const foundation::Environment& instance);
     };
     struct Parameters {
         struct Input {

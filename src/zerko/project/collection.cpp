@@ -5,23 +5,23 @@
 #include <filesystem>
 #include <unordered_set>
 
-#include "zerko/api/api.hpp"
 #include "zerko/file/access_queue.hpp"
 #include "zerko/file/utilities.hpp"
 #include "zerko/foundation/assertions.hpp"
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/logger.hpp"
 #include "zerko/foundation/naming.hpp"
+#include "zerko/foundation/paths.hpp"
 
 namespace zerko::project {
 
 using foundation::Logger;
 namespace fs = std::filesystem;
 
-Collection::Collection(api::Api& api, std::string target)
-    : api_(api),
+Collection::Collection(foundation::CallBacks& callbacks, std::string directory, std::string target)
+    : callbacks_(callbacks),
       target_(std::move(target)),
-      directory_(api.env()->get_projects_directory()),
+      directory_(std::move(directory)),
       link_(std::make_shared<Collection*>(this)) {
     load();
 }
@@ -42,7 +42,7 @@ void Collection::load() {
         // Marker files of the access queue and the ".corrupted" directory
         // stand beside the projects; only ".json", case-sensitive, is read.
         if (file::split_extension(name).second != ".json") continue;
-        load_file(api::path::join(directory_, name));
+        load_file(foundation::path::join(directory_, name));
     }
 }
 
@@ -130,7 +130,7 @@ void Collection::save_project(const std::shared_ptr<Settings>& settings) {
         settings->write();
         store(path, settings);
     }
-    api_.callbacks().projects_saved();
+    callbacks_.projects_saved();
 }
 
 bool Collection::is_approved(const Settings* settings) const {

@@ -15,11 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "zerko/foundation/callbacks.hpp"
 #include "zerko/project/settings.hpp"
-
-namespace zerko::api {
-class Api;
-}
 
 namespace zerko::project {
 
@@ -29,9 +26,10 @@ public:
     class HttpResponse;
     class Iteration;
 
-    /// Reads the projects directory from the Api's environment and loads the
-    /// projects of `target` from it. The Api must outlive the collection.
-    Collection(api::Api& api, std::string target);
+    /// Loads the projects of `target` from `directory`. Saving a project
+    /// fires `callbacks.projects_saved`; the callbacks must outlive the
+    /// collection.
+    Collection(foundation::CallBacks& callbacks, std::string directory, std::string target);
     ~Collection();
     Collection(const Collection&) = delete;
     Collection& operator=(const Collection&) = delete;
@@ -79,7 +77,7 @@ private:
     void erase_project(const std::string& path);
     std::shared_ptr<Settings> find(const std::string& filename);
 
-    api::Api& api_;
+    foundation::CallBacks& callbacks_;
     std::string target_;
     std::mutex mutex_edit_;
     std::string directory_;

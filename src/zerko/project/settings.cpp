@@ -3,12 +3,12 @@
 #include <exception>
 #include <filesystem>
 
-#include "zerko/api/environment.hpp"
 #include "zerko/file/access_queue.hpp"
 #include "zerko/file/utilities.hpp"
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/logger.hpp"
 #include "zerko/foundation/naming.hpp"
+#include "zerko/foundation/paths.hpp"
 #include "zerko/foundation/uuid.hpp"
 #include "zerko/project/collection.hpp"
 
@@ -63,7 +63,7 @@ Settings::Settings(Collection* collection, std::string directory, std::string fi
       history_(Record::History::create(this)) {
     // The size is that of the file the caller named, not of the one the
     // document may name in its "filename".
-    const std::string given = api::path::join(directory_, filename_);
+    const std::string given = foundation::path::join(directory_, filename_);
     apply(file_data);
     write_timestamp_ = file_size(given).value_or(0.0);
 }
@@ -120,7 +120,7 @@ std::string Settings::path() {
     // The name comes from a file, the server or the caller: only a plain
     // name keeps the project inside the projects directory.
     file::assert_plain_filename(filename_);
-    return api::path::join(directory_, filename_);
+    return foundation::path::join(directory_, filename_);
 }
 
 std::shared_ptr<Settings::Record> Settings::get_record_promise() const {

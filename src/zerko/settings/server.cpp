@@ -1,6 +1,6 @@
 #include "zerko/settings/server.hpp"
 
-#include "zerko/api/environment.hpp"
+#include "zerko/foundation/paths.hpp"
 #include "zerko/foundation/naming.hpp"
 #include "zerko/settings/sections.hpp"
 
@@ -34,7 +34,7 @@ JsonDocument Server::data() const {
 }
 
 void Server::set_environment() const {
-    api::process::set_variable(std::string(variable), foundation::format("{}:{}", {host_, std::int64_t{port_}}));
+    foundation::process::set_variable(std::string(variable), foundation::format("{}:{}", {host_, std::int64_t{port_}}));
 }
 
 }  // namespace zerko::settings

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "zerko/api/environment.hpp"
+#include "zerko/foundation/environment.hpp"
 #include "zerko/file/access_queue.hpp"
 #include "zerko/file/utilities.hpp"
 #include "zerko/foundation/assertions.hpp"
@@ -17,15 +17,15 @@ namespace {
 
 // Target and scope only shape the web addresses; an environment that cannot
 // say them still has settings.
-std::string quietly(std::string (api::Environment::*read)() const, const api::Environment& environment) {
+std::string quietly(std::string (foundation::Environment::*read)() const, const foundation::Environment& environment) {
     return foundation::quiet_call([&] { return (environment.*read)(); }).value_or("");
 }
 
 }  // namespace
 
-Settings::Settings(const api::Environment& environment)
-    : Settings(environment.get_settings_file(), quietly(&api::Environment::target, environment),
-               quietly(&api::Environment::scope, environment)) {}
+Settings::Settings(const foundation::Environment& environment)
+    : Settings(environment.get_settings_file(), quietly(&foundation::Environment::target, environment),
+               quietly(&foundation::Environment::scope, environment)) {}
 
 Settings::Settings(std::string path, std::string target, std::string scope)
     : path_(std::move(path)), target_(std::move(target)), scope_(std::move(scope)) {

@@ -16,7 +16,7 @@
 #include "zerko/settings/server.hpp"
 #include "zerko/settings/urls.hpp"
 
-namespace zerko::api {
+namespace zerko::foundation {
 class Environment;
 }
 
@@ -31,7 +31,7 @@ public:
 
     /// Reads environment.get_settings_file() and builds the four sections.
     /// Never raises for the file: whatever cannot be used gives the defaults.
-    explicit Settings(const api::Environment& environment);
+    explicit Settings(const foundation::Environment& environment);
     /// The same for a given file, with the target and scope of the addresses.
     Settings(std::string path, std::string target, std::string scope);
     Settings(const Settings&) = delete;

@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "zerko/api/environment.hpp"
+#include "zerko/foundation/environment.hpp"
 #include "zerko/file/access_queue.hpp"
 #include "zerko/file/utilities.hpp"
 #include "zerko/foundation/errors.hpp"
@@ -87,7 +87,7 @@ TimedTable timed_table(const Document& json_data) {
 
 }  // namespace
 
-Statistics::Statistics(const api::Environment& environment) : Statistics(environment.get_statistics_file()) {}
+Statistics::Statistics(const foundation::Environment& environment) : Statistics(environment.get_statistics_file()) {}
 
 Statistics::Statistics(std::string path) : path_(std::move(path)) {
     data_ = read();

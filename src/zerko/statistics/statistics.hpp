@@ -13,7 +13,7 @@
 #include "zerko/statistics/http.hpp"
 #include "zerko/statistics/records.hpp"
 
-namespace zerko::api {
+namespace zerko::foundation {
 class Environment;
 }
 
@@ -29,7 +29,7 @@ public:
 
     /// Reads environment.get_statistics_file(); a missing, corrupted or
     /// incompatible file gives an empty store (never raises for the file).
-    explicit Statistics(const api::Environment& environment);
+    explicit Statistics(const foundation::Environment& environment);
     /// The same for a given file path.
     explicit Statistics(std::string path);
     Statistics(const Statistics&) = delete;
