@@ -3,9 +3,9 @@
 //
 // Check classes stay Python classes. The core sees each through an adapter
 // that reads its class-level attributes by name and makes a fresh object of
-// it per run; the object is driven through another adapter. The only Python
-// written here is what exists because the host language is Python: the base
-// class with its defaults, the result list, and the importer of modules.
+// it per run; the object is driven through another adapter. What exists only
+// because the host language is Python (the base class with its defaults, the
+// result list, and the importer of modules) is the package's _check module.
 #include "check_adapters.hpp"
 
 #include "zerko/check/classes.hpp"
@@ -27,105 +27,6 @@ using Category = check::List::Category;
 using Task = check::Queue::Task;
 using Result = check::Queue::Task::Result;
 using Editor = settings::Check::Presets::Editor;
-
-constexpr const char* kPythonSource = R"PY(
-import importlib.util
-import inspect
-import os
-import pkgutil
-import sys
-
-
-class NamedBuffer(list):
-    """A list of what a check found, with a name to show it under."""
-
-    def __init__(self, name="", items=()):
-        super().__init__()
-        self.name = name
-        for item in items:
-            self.append(item)
-
-    def clear(self):
-        while self:
-            self.pop()
-
-    def length(self):
-        return len(self)
-
-    def is_empty(self):
-        return self.length() == 0
-
-    def has_issues(self):
-        return not self.is_empty()
-
-
-class Base:
-    """The base of check classes: derive through a class of your own."""
-
-    class_id = ""
-    long_name = ""
-    short_name = ""
-    description = ""
-    category = ""
-    sort_index = 0
-    scene_oriented = False
-    could_be_fixed = False
-    could_be_selected = False
-    result = NamedBuffer()
-
-    @staticmethod
-    def parameters():
-        return _core.Parameters.Block()
-
-    def check(self, path, parameters):
-        raise NotImplementedError("check")
-
-    def fix_result(self, path, parameters):
-        pass
-
-    def select_result(self):
-        pass
-
-    def result_message(self):
-        return ""
-
-
-def _load_module(importer, name, scope):
-    fullname = f"{scope}.{name}" if scope else name
-    spec = importer.find_spec(fullname)
-    if spec is None or spec.loader is None:
-        raise ImportError(f"No module named {fullname!r}")
-    module = importlib.util.module_from_spec(spec)
-    sys.modules[fullname] = module
-    try:
-        spec.loader.exec_module(module)
-    except BaseException:
-        sys.modules.pop(fullname, None)
-        raise
-    return module
-
-
-def _search(directory, container=None, failures=None, scope=""):
-    """Every class member of every module of `directory`, packages walked into."""
-    container = [] if container is None else container
-    failures = [] if failures is None else failures
-    for importer, name, is_package in pkgutil.iter_modules([directory]):
-        fullname = f"{scope}.{name}" if scope else name
-        try:
-            module = _load_module(importer, name, scope)
-        except (Exception, SystemExit) as error:  # a module that exits is a failed import too
-            failures.append((fullname, f"{type(error).__name__}: {error}"))
-            continue
-        if is_package:
-            _search(os.path.join(directory, name), container, failures, fullname)
-        try:
-            members = inspect.getmembers(module, inspect.isclass)
-        except Exception as error:
-            failures.append((fullname, f"{type(error).__name__}: {error}"))
-            continue
-        container.extend(member for _, member in members)
-    return container, failures
-)PY";
 
 nb::handle g_base;
 nb::handle g_named_buffer;
@@ -408,20 +309,16 @@ void bind_check(nb::module_& m) {
     nb::object ns = namespace_of(m, "Check", "Check classes, their discovery, checklists and the check queue.");
     nb::object structure = namespace_of(m, "Structure", "Small data structures of checks.");
 
-    nb::dict scope;
-    scope["__name__"] = nb::str("zerko._core");
-    scope["_core"] = m;
-    nb::module_::import_("builtins").attr("exec")(nb::str(kPythonSource), scope);
-    nb::object named_buffer = scope["NamedBuffer"];
-    named_buffer.attr("__qualname__") = nb::str("Structure.NamedBuffer");
+    // The Python half of checks is a module of the package.
+    nb::module_ python_side = nb::module_::import_("zerko._check");
+    nb::object named_buffer = python_side.attr("NamedBuffer");
     structure.attr("NamedBuffer") = named_buffer;
-    nb::object base = scope["Base"];
-    base.attr("__qualname__") = nb::str("Check.Base");
+    nb::object base = python_side.attr("Base");
     ns.attr("Base") = base;
     // Kept by the module for its whole life.
     g_named_buffer = named_buffer.release();
     g_base = base.release();
-    g_search = nb::object(scope["_search"]).release();
+    g_search = nb::object(python_side.attr("_search")).release();
     g_validation_error = nb::object(m.attr("Error").attr("ValidationError")).release();
 
     bind_classes(ns);

@@ -20,46 +20,6 @@ using State = Check::State;
 // The Python class of directories, made once at binding time.
 nb::handle g_directory_type;
 
-// The str subclass: the core object rides along in `_core`; every property
-// reads and writes through it, so a directory in a list and the one in hand
-// stay one directory.
-constexpr const char* kDirectorySource = R"PY(
-class Directory(str):
-    """A folder of check modules; its text is the absolute, normalised path."""
-
-    def __new__(cls, name, path, enable=True, locked=False):
-        return cls._wrap(_Core(name, path, enable, locked))
-
-    @classmethod
-    def _wrap(cls, core):
-        self = str.__new__(cls, core.path)
-        self._core = core
-        return self
-
-    @property
-    def name(self):
-        return self._core.name
-
-    @property
-    def enabled(self):
-        return self._core.enabled
-
-    @enabled.setter
-    def enabled(self, value):
-        self._core.enabled = value
-
-    @property
-    def locked(self):
-        return self._core.locked
-
-    @property
-    def data(self):
-        return self._core.data
-
-    def __repr__(self):
-        return f"Directory(name={self.name!r}, path={str.__str__(self)!r}, enabled={self.enabled})"
-)PY";
-
 nb::object wrap(const std::shared_ptr<Directory>& directory) {
     if (!directory) return nb::none();
     return nb::handle(g_directory_type).attr("_wrap")(nb::cast(directory));
@@ -168,13 +128,8 @@ void bind_settings_check(nb::handle settings_class) {
         }, nb::arg("value").none())
         .def_prop_ro("locked", &Directory::locked)
         .def_prop_ro("data", &Directory::data);
-    nb::dict scope;
-    scope["_Core"] = check.attr("_DirectoryCore");
-    scope["__name__"] = nb::str("zerko._core");
-    nb::module_ builtins = nb::module_::import_("builtins");
-    builtins.attr("exec")(nb::str(kDirectorySource), scope);
-    nb::object directory_type = scope["Directory"];
-    directory_type.attr("__qualname__") = nb::str("_Settings.Check.Directory");
+    // The str subclass over it is a module of the package.
+    nb::object directory_type = nb::module_::import_("zerko._check_directory").attr("Directory");
     check.attr("Directory") = directory_type;
     g_directory_type = directory_type.release();  // kept by the module for its whole life
 

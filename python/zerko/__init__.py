@@ -1,12 +1,71 @@
 """Zerko: the core library of a validator for 3D scenes.
 
 Everything here comes from the compiled core; this file only re-exports it
-under the names host layers and check classes are written against.
+under the names host layers and check classes are written against. The names
+are listed one by one so that type checkers and editors see them (with the
+typed stub of `_core`): `zerko.Api`, `zerko.Check.Base`,
+`zerko.Error.ValidationError`, ...
 """
-from . import _core
+from ._core import (
+    Api,
+    Check,
+    Constants,
+    Environment,
+    Error,
+    Logger,
+    Mask,
+    Parameters,
+    Scene,
+    Structure,
+    TypeMapping,
+    _Assert,
+    _CallBacks,
+    _ENCODING,
+    _Export,
+    _File,
+    _format,
+    _Hierarchy,
+    _LocalEnv,
+    _NamesControl,
+    _Naming,
+    _Project,
+    _Settings,
+    _shutdown_logger,
+    _Software,
+    _Statistics,
+    _Str,
+    _str,
+    version,
+)
 
-# Every public and private name of the core, spelled and nested as the core
-# binds it (Api, Constants, Parameters, Check, _Project, ...).
-globals().update({name: getattr(_core, name) for name in dir(_core) if not name.startswith("__")})
-
-__all__ = [name for name in dir(_core) if not name.startswith("__")]
+__all__ = [
+    "Api",
+    "Check",
+    "Constants",
+    "Environment",
+    "Error",
+    "Logger",
+    "Mask",
+    "Parameters",
+    "Scene",
+    "Structure",
+    "TypeMapping",
+    "_Assert",
+    "_CallBacks",
+    "_ENCODING",
+    "_Export",
+    "_File",
+    "_format",
+    "_Hierarchy",
+    "_LocalEnv",
+    "_NamesControl",
+    "_Naming",
+    "_Project",
+    "_Settings",
+    "_shutdown_logger",
+    "_Software",
+    "_Statistics",
+    "_Str",
+    "_str",
+    "version",
+]

@@ -2,15 +2,22 @@
 
 from collections.abc import Iterator, Sequence
 import logging
-from typing import Final, overload
+from typing import Final, TypeAlias, overload
 
 import zerko
+import zerko._check
+import zerko._check_directory
 
 
-def _set_leak_warnings(enabled: bool) -> None:
+class _Str(str):
     """
-    Whether the module reports objects still alive when the interpreter ends.
+    Custom string type to handle unicode strings
+        (non ascii symbols, compare operations).
     """
+    @staticmethod
+    def encoded(value: object) -> object: ...
+    @staticmethod
+    def decoded(value: object) -> object: ...
 
 _ENCODING: str = 'utf-8'
 
@@ -72,7 +79,33 @@ class _NamesControl:
 class Error:
     """The error types of the library with their fixed sentences."""
 
-def _drop_character_names() -> None: ...
+    class WrongAttributeName(Exception):
+        """Wrong Name for Attribute"""
+        def __init__(self, name: object = "") -> None: ...
+
+    class PrivateAttributeName(Exception):
+        """Used Private Name for Attribute"""
+        def __init__(self, name: object = "") -> None: ...
+
+    class AttributeNameRepeat(Exception):
+        """Attribute Name Repeat"""
+        def __init__(self) -> None: ...
+
+    class ParameterInputType(Exception):
+        """Used Wrong Class Type in Parameter Block"""
+        def __init__(self) -> None: ...
+
+    class AccessQueueTimeout(Exception):
+        """Await Time for File Access is Out"""
+        def __init__(self) -> None: ...
+
+    class NoFeedbackEmail(Exception):
+        """Lost Email to Send Feedback Message"""
+        def __init__(self) -> None: ...
+
+    class ValidationError(Exception):
+        """Check Task Found Issue"""
+        def __init__(self) -> None: ...
 
 class Logger:
     """
@@ -960,12 +993,6 @@ class Parameters:
         def __init__(self, attr_name: object | None, minimum: object | None = 0.0, maximum: object | None = 1.0, step: object | None = 0.05, precision: object | None = 2, value: object | None = 0.5, prefix: object | None = '', units: object | None = '', label: object | None = '', help_text: object | None = '') -> None: ...
 
         @property
-        def precision(self) -> int: ...
-
-        @precision.setter
-        def precision(self, value: object | None) -> None: ...
-
-        @property
         def minimum(self) -> float: ...
 
         @minimum.setter
@@ -982,6 +1009,12 @@ class Parameters:
 
         @step.setter
         def step(self, value: object | None) -> None: ...
+
+        @property
+        def precision(self) -> int: ...
+
+        @precision.setter
+        def precision(self, value: object | None) -> None: ...
 
         @property
         def value(self) -> float: ...
@@ -1129,19 +1162,19 @@ class Parameters:
 
         def __init__(self, attr_name: object | None, items: object | None = (), help_text: object | None = '') -> None: ...
 
-        def values(self, enabled: object | None = True) -> tuple: ...
-
-        def __str__(self) -> str: ...
+        def __iter__(self) -> object: ...
 
         def __len__(self) -> int: ...
 
         def __getitem__(self, index: object | None) -> Parameters.TextInput: ...
 
-        def __iter__(self) -> object: ...
-
         def add(self) -> Parameters.TextInput: ...
 
         def pop(self, index: object | None) -> None: ...
+
+        def values(self, enabled: object | None = True) -> tuple: ...
+
+        def __str__(self) -> str: ...
 
         @property
         def _array(self) -> list: ...
@@ -1153,17 +1186,17 @@ class Parameters:
 
         def __init__(self, attr_name: object | None, items: object | None = (), help_text: object | None = '') -> None: ...
 
-        def values(self) -> tuple: ...
+        def __iter__(self) -> object: ...
 
         def __len__(self) -> int: ...
 
         def __getitem__(self, index: object | None) -> Parameters.TextMatch: ...
 
-        def __iter__(self) -> object: ...
-
         def add(self) -> Parameters.TextMatch: ...
 
         def pop(self, index: object | None) -> None: ...
+
+        def values(self) -> tuple: ...
 
         @property
         def _array(self) -> list: ...
@@ -1175,8 +1208,8 @@ class Parameters:
 
         def __init__(self, attr_name: object | None, default: object | None, items: object | None = (), help_text: object | None = '') -> None: ...
 
-        class _PartLimits:
-            """What every slice of a list copies from one part of the default."""
+        class _InputSpec:
+            """What every slice of a list copies from the default."""
 
             def __init__(self, int_range: object | None) -> None: ...
 
@@ -1195,8 +1228,19 @@ class Parameters:
             @property
             def step(self) -> int: ...
 
+        def __iter__(self) -> object: ...
+
+        def add(self) -> Parameters.IntSlice: ...
+
+        def pop(self, index: object | None) -> None: ...
+
         @staticmethod
-        def _apply_limits(int_range: Parameters.IntRange, limits: Parameters.IntSliceList._PartLimits) -> None: ...
+        def _apply_spec(int_range: Parameters.IntRange, state: Parameters.IntSliceList._InputSpec) -> None: ...
+
+        @property
+        def _array(self) -> list: ...
+
+        def _build(self, items: object | None) -> None: ...
 
         @property
         def _default(self) -> Parameters.IntSlice: ...
@@ -1208,21 +1252,10 @@ class Parameters:
         def _default_stop(self) -> int: ...
 
         @property
-        def _start_limits(self) -> Parameters.IntSliceList._PartLimits: ...
+        def _spec_start(self) -> Parameters.IntSliceList._InputSpec: ...
 
         @property
-        def _stop_limits(self) -> Parameters.IntSliceList._PartLimits: ...
-
-        def __iter__(self) -> object: ...
-
-        def add(self) -> Parameters.IntSlice: ...
-
-        def pop(self, index: object | None) -> None: ...
-
-        @property
-        def _array(self) -> list: ...
-
-        def _build(self, items: object | None) -> None: ...
+        def _spec_stop(self) -> Parameters.IntSliceList._InputSpec: ...
 
     class Group:
         """A labelled node of inputs and groups, for whoever draws the form."""
@@ -1637,6 +1670,10 @@ class _Settings:
             @property
             def data(self) -> object: ...
 
+        class Directory(zerko._check_directory.Directory):
+            """A folder of check modules; its text is the absolute, normalised path."""
+            List: TypeAlias = _Settings.Check._DirectoryList
+
         class _DirectoryList:
             """The directories to scan, in order."""
 
@@ -1966,6 +2003,8 @@ class _Settings:
 class Check:
     """Check classes, their discovery, checklists and the check queue."""
 
+    Base: TypeAlias = zerko._check.Base
+
     class _Classes:
         """The check classes found in the check directories."""
 
@@ -2187,6 +2226,8 @@ class Check:
 
 class Structure:
     """Small data structures of checks."""
+
+    NamedBuffer: TypeAlias = zerko._check.NamedBuffer
 
 class _Project:
     """Project documents and the collection of projects."""
@@ -2728,7 +2769,7 @@ class _Project:
             def __ne__(self, arg: object, /) -> bool: ...
 
         class _Iteration:
-            """A walk over the projects; the collection stays usable between steps."""
+            """A walk over the projects that holds the collection's lock."""
 
             def __iter__(self) -> object: ...
 
