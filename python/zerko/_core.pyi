@@ -2,6 +2,7 @@
 
 from collections.abc import Iterator, Sequence
 import logging
+import re
 from typing import Final, TypeAlias, overload
 
 import zerko
@@ -106,6 +107,13 @@ class Error:
     class ValidationError(Exception):
         """Check Task Found Issue"""
         def __init__(self) -> None: ...
+
+class RegexError(re.error, ValueError):
+    """
+    An invalid regular expression, or a match that ran over its work bound: an re.error and a ValueError.
+    """
+
+def _drop_character_names() -> None: ...
 
 class Logger:
     """
