@@ -10,6 +10,7 @@
 // file, runs without the interpreter lock: another thread may hold the
 // collection's lock while it needs the interpreter to drop a Python object.
 #include <algorithm>
+#include <unordered_map>
 
 #include "common.hpp"
 #include "zerko/api/api.hpp"
@@ -483,9 +484,32 @@ nb::object header_text(const Header& h) { return nb::str(h.text().c_str()); }
 
 // A collection keeps its Api's Python object alive (keep_alive at
 // construction); reporting it lets the collector free a host's Api that keeps
-// its collection.
+// its collection. The core collection holds only the Api's callbacks, so the
+// binding remembers which Api each collection was made with. An entry whose
+// collection is gone (its link reads null) is dropped at the next
+// construction; a new collection at the same address replaces it.
+struct CollectionApi {
+    std::weak_ptr<Collection*> link;
+    api::Api* api;
+};
+std::unordered_map<const Collection*, CollectionApi>& collection_apis() {
+    static auto* apis = new std::unordered_map<const Collection*, CollectionApi>();
+    return *apis;
+}
+
+void remember_api(const Collection& c, api::Api& api) {
+    auto& apis = collection_apis();
+    std::erase_if(apis, [](const auto& entry) {
+        const auto link = entry.second.link.lock();
+        return !link || !*link;
+    });
+    apis[&c] = {c.link(), &api};
+}
+
 int traverse_collection(Collection& c, visitproc visit, void* arg) {
-    const nb::object api = nb::find(&c.api());
+    const auto found = collection_apis().find(&c);
+    if (found == collection_apis().end()) return 0;
+    const nb::object api = nb::find(found->second.api);
     Py_VISIT(api.ptr());
     return 0;
 }
@@ -571,8 +595,11 @@ void bind_collection(nb::handle project_ns) {
     cls.def(
            "__init__",
            [](Collection* self, api::Api& api, std::string target) {
-               nb::gil_scoped_release release;
-               new (self) Collection(api.callbacks(), api.env()->get_projects_directory(), std::move(target));
+               {
+                   nb::gil_scoped_release release;
+                   new (self) Collection(api.callbacks(), api.env()->get_projects_directory(), std::move(target));
+               }
+               remember_api(*self, api);
            },
            nb::arg("api"), nb::arg("target"), nb::keep_alive<1, 2>())
         .def_prop_ro("target", &Collection::target)

@@ -36,7 +36,6 @@ public:
 
     const std::string& target() const noexcept { return target_; }
     const std::string& directory() const noexcept { return directory_; }
-    api::Api& api() const noexcept { return api_; }
 
     /// Names of the projects that are not deleted, sorted.
     std::vector<std::string> names();
