@@ -260,9 +260,9 @@ void bind_errors(nb::module_& m) {
     regex_ns["__doc__"] = nb::str(
         "An invalid regular expression, or a match that ran over its work bound: an re.error and a ValueError.");
     nb::object regex_error = nb::module_::import_("builtins").attr("type")(
-        nb::str("RegexError"),
+        nb::str("_RegexError"),
         nb::make_tuple(nb::module_::import_("re").attr("error"), nb::handle(PyExc_ValueError)), regex_ns);
-    m.attr("RegexError") = regex_error;
+    m.attr("_RegexError") = regex_error;
     g_regex_error = regex_error.release();  // kept by the module for its whole life
     install_character_names(m);
     nb::register_exception_translator(&translate);

@@ -113,7 +113,7 @@ class Error:
         """Check Task Found Issue"""
         def __init__(self) -> None: ...
 
-class RegexError(re.error, ValueError):
+class _RegexError(re.error, ValueError):
     """
     An invalid regular expression, or a match that ran over its work bound: an re.error and a ValueError.
     """

@@ -103,13 +103,13 @@ def test_non_ascii_letter_before_a_quantifier():
 
 
 def test_invalid_expressions_raise_re_error_with_python_text():
-    assert issubclass(zerko.RegexError, re.error) and issubclass(zerko.RegexError, ValueError)
+    assert issubclass(zerko._RegexError, re.error) and issubclass(zerko._RegexError, ValueError)
     for pattern in ["^[a-z+$", "rock(_[0-9]+", "ab(c\n|d", r"^\p{L}$", "^a{3,2}", "^Ящ(ик", r"\N{no such name}"]:
         expected = python_error(pattern)
         with pytest.raises(re.error) as raised:
             matches(pattern, "rock")
         error = raised.value
-        assert isinstance(error, ValueError) and type(error) is zerko.RegexError
+        assert isinstance(error, ValueError) and type(error) is zerko._RegexError
         assert (str(error), error.msg, error.pos) == (str(expected), expected.msg, expected.pos), pattern
         assert (error.pattern, error.lineno, error.colno) == (pattern, expected.lineno, expected.colno)
 
@@ -146,7 +146,7 @@ WORK_BOUND = textwrap.dedent("""
         start = time.perf_counter()
         try:
             result = anchor.match(pattern, name, "|" + name)
-        except zerko.RegexError as error:
+        except zerko._RegexError as error:
             result = str(error)
         return result, time.perf_counter() - start
     # Linear for Python: never over the bound, however long the name.
