@@ -2,6 +2,7 @@
 #include <nanobind/stl/pair.h>
 
 #include <cerrno>
+#include <optional>
 #include <unordered_map>
 
 #include "common.hpp"
@@ -277,6 +278,15 @@ public:
     explicit RootLoggerSink(nb::object root) : root_(std::move(root)) {}
     void deliver(LogLevel level, const std::string& message) override {
         nb::gil_scoped_acquire gil;
+        deliver_held(level, message);
+    }
+    void deliver_all(const std::vector<foundation::LogRecord>& records) override {
+        nb::gil_scoped_acquire gil;
+        for (const auto& [level, message] : records) deliver_held(level, message);
+    }
+
+private:
+    void deliver_held(LogLevel level, const std::string& message) {
         try {
             root_.get().attr("log")(static_cast<int>(level), nb::str(message.c_str(), message.size()));
         } catch (nb::python_error& e) {
@@ -284,7 +294,6 @@ public:
         }
     }
 
-private:
     HeldObject root_;
 };
 
@@ -353,11 +362,16 @@ void bind_assertions(nb::module_& m) {
 class PyCallback final : public foundation::Callback {
 public:
     explicit PyCallback(nb::object f) : f_(std::move(f)) {}
+    /// A firing from C++: the JSON arguments become Python values.
     void call(const foundation::CallArgs& args) override {
         nb::gil_scoped_acquire gil;
-        nb::object converted = from_json(args.is_array() ? args : foundation::CallArgs::array());
-        nb::object arguments = nb::steal(PyList_AsTuple(converted.ptr()));
-        PyObject* result = PyObject_Call(f_.get().ptr(), arguments.ptr(), nullptr);
+        nb::object positional = from_json(args.positional.is_array() ? args.positional : JsonDocument::array());
+        nb::object keyword = from_json(args.keyword.is_object() ? args.keyword : JsonDocument::object());
+        call_python(nb::steal(PyList_AsTuple(positional.ptr())), keyword);
+    }
+    /// A firing from Python: the caller's objects are handed on as they are.
+    void call_python(nb::handle positional, nb::handle keyword) {
+        PyObject* result = PyObject_Call(f_.get().ptr(), positional.ptr(), keyword.ptr());
         if (!result) throw nb::python_error();
         Py_DECREF(result);
     }
@@ -397,7 +411,19 @@ void bind_callbacks(nb::module_& m) {
              nb::arg("function").none())
         .def("delete", [](CallBacks::List& l, nb::handle f) { l.delete_(f.ptr()); }, nb::arg("function").none())
         .def("clear", &CallBacks::List::clear)
-        .def("__call__", [](const CallBacks::List& l, nb::args args) { l(to_json(args)); })
+        .def("__call__", [](const CallBacks::List& l, nb::args args, nb::kwargs kwargs) {
+            // Python functions get the very objects; C++ functions their JSON
+            // form, converted once and only when one is registered.
+            std::optional<foundation::CallArgs> converted;
+            l.fire([&](foundation::Callback& f) {
+                if (auto* python = dynamic_cast<PyCallback*>(&f)) {
+                    python->call_python(args, kwargs);
+                    return;
+                }
+                if (!converted) converted = foundation::CallArgs{to_json(args), to_json(kwargs)};
+                f.call(*converted);
+            });
+        })
         .def("__len__", &CallBacks::List::size)
         .def("__contains__", [](const CallBacks::List& l, nb::handle f) { return l.contains(f.ptr()); }, nb::arg("function").none());
     cls.def(nb::init<>()).def("clear", &CallBacks::clear);

@@ -140,14 +140,16 @@ TEST(CallBacks, RegisterOnceAndSurviveFailures) {
     CallBacks callbacks;
     int calls = 0;
     int key_a = 0, key_b = 0;
-    auto a = make_callback([&](const CallArgs& args) { calls += args.at(0).get<int>(); }, &key_a);
+    auto a = make_callback(
+        [&](const CallArgs& args) { calls += args.positional.at(0).get<int>() * args.keyword.at("times").get<int>(); },
+        &key_a);
     auto failing = make_callback([](const CallArgs&) { throw TypeError("fails"); }, &key_b);
     callbacks.buffer_loaded.register_(a);
     callbacks.buffer_loaded.register_(a);
     callbacks.buffer_loaded.register_(failing);
     callbacks.buffer_loaded.register_(make_callback([&](const CallArgs&) { calls += 100; }, &calls));
     EXPECT_EQ(callbacks.buffer_loaded.size(), 3u);
-    EXPECT_NO_THROW(callbacks.buffer_loaded(CallArgs::array({5})));
+    EXPECT_NO_THROW(callbacks.buffer_loaded(CallArgs{JsonDocument::array({5}), {{"times", 1}}}));
     EXPECT_EQ(calls, 105);
     callbacks.buffer_loaded.delete_(&key_b);
     EXPECT_EQ(callbacks.buffer_loaded.size(), 2u);

@@ -133,20 +133,25 @@ def test_callbacks_register_once_and_survive_failures(log):
     callbacks = zerko._CallBacks()
     seen = []
 
-    def record(*args):
-        seen.append(args)
+    def record(*args, **kwargs):
+        seen.append((args, kwargs) if kwargs else args)
 
-    def broken(*args):
+    def broken(*args, **kwargs):
         raise RuntimeError("handler broke")
 
     callbacks.export_success.register(record)
     callbacks.export_success.register(record)
     callbacks.export_success.register(broken)
     callbacks.export_success.register("not callable")
-    callbacks.export_success.register(lambda *a: seen.append("after"))
+    callbacks.export_success.register(lambda *a, **k: seen.append("after"))
     assert len(callbacks.export_success) == 3
     callbacks.export_success("file.fbx", 2)
     assert seen == [("file.fbx", 2), "after"]
+    # Keyword arguments reach every function too, and objects arrive as they were given.
+    scene_object = object()
+    seen.clear()
+    callbacks.export_success(scene_object, flag=True)
+    assert seen == [((scene_object,), {"flag": True}), "after"]
     assert "handler broke" in log.messages(logging.ERROR)
     callbacks.export_success.delete(broken)
     assert broken not in callbacks.export_success and record in callbacks.export_success

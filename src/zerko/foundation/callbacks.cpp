@@ -26,11 +26,15 @@ std::shared_ptr<Callback> make_callback(std::function<void(const CallArgs&)> fun
 }
 
 void CallBacks::List::operator()(const CallArgs& args) const {
+    fire([&args](Callback& f) { f.call(args); });
+}
+
+void CallBacks::List::fire(const std::function<void(Callback&)>& invoke) const {
     // A copy, so that a function may register or delete while the event fires.
     const auto functions = array_;
     for (const auto& f : functions) {
         try {
-            f->call(args);
+            invoke(*f);
         } catch (const std::exception&) {
             Logger::exception(describe(std::current_exception()).text);
         }

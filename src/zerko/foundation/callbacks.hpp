@@ -10,8 +10,12 @@
 
 namespace zerko::foundation {
 
-/// Arguments of one firing: a JSON array, so that any face can convert them.
-using CallArgs = JsonDocument;
+/// Arguments of one firing, as JSON so that any face can convert them: the
+/// positional ones in an array, the keyword ones in an object.
+struct CallArgs {
+    JsonDocument positional = JsonDocument::array();
+    JsonDocument keyword = JsonDocument::object();
+};
 
 /// One registered function. Identity decides "already registered".
 class Callback {
@@ -31,7 +35,10 @@ public:
     public:
         /// Calls every function in order; an error in one is logged and the
         /// next is still called. Firing never raises.
-        void operator()(const CallArgs& args = CallArgs::array()) const;
+        void operator()(const CallArgs& args = {}) const;
+        /// The same walk with a caller's own way of calling each function, for
+        /// a face that hands its own objects to functions of its own kind.
+        void fire(const std::function<void(Callback&)>& invoke) const;
         /// Appends `function` unless null or already registered.
         void register_(std::shared_ptr<Callback> function);
         /// Removes the function with the identity of `key` when it is there.
