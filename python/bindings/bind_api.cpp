@@ -198,12 +198,9 @@ void bind_api(nb::module_& m) {
                nb::handle checks) {
                 (void)export_options;
                 api::Api::Checks sources{python_module_source(), std::nullopt};
-                if (!checks.is_none()) {
-                    // The host's embedded checks: a loaded module with a file.
-                    nb::object file = nb::getattr(checks, "__file__", nb::none());
-                    if (!PyUnicode_Check(file.ptr())) throw TypeError("checks must be a loaded module with a file");
-                    sources.module_file = utf8(file);
-                }
+                // The host's embedded checks, as the directory list embeds
+                // them: a loaded module with a file, else nothing.
+                sources.module_file = module_file(checks);
                 new (self) api::Api(std::move(op), environment_from_python(environment), std::move(sources));
             },
             nb::arg("operator"), nb::arg("environment").none(), nb::arg("export_options").none() = nb::none(),

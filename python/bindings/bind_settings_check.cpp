@@ -163,10 +163,10 @@ void bind_settings_check(nb::handle settings_class) {
         .def_prop_ro("data", &DirectoryList::data)
         .def_prop_ro("_embedded", [](const DirectoryList& self) { return wrap(self.embedded()); })
         .def("embed", [](DirectoryList& self, nb::handle module) {
-            nb::object file = nb::getattr(module, "__file__", nb::none());
-            if (!PyUnicode_Check(file.ptr())) throw TypeError("embed needs a loaded module with a file");
-            self.embed(utf8(file));
-        }, nb::arg("module"))
+            // Only a loaded module, one with a file, is a source of checks;
+            // anything else (no embedded checks at all, say) is ignored.
+            if (auto file = module_file(module)) self.embed(*file);
+        }, nb::arg("module").none())
         .def("insert", [](DirectoryList& self, std::ptrdiff_t index, nb::handle d) { self.insert(index, core_of(d)); },
              nb::arg("index"), nb::arg("directory").none())
         .def("append", [](DirectoryList& self, nb::handle d) { self.append(core_of(d)); }, nb::arg("directory").none())

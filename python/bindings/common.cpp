@@ -226,4 +226,37 @@ bool overrides(nb::handle self, nb::handle base, const char* name) {
     return false;
 }
 
+std::optional<std::string> module_file(nb::handle module) {
+    if (module.is_none()) return std::nullopt;
+    nb::object file;
+    try {
+        file = nb::getattr(module, "__file__", nb::none());
+    } catch (nb::python_error&) {
+        // An object whose attributes raise is no loaded module either.
+        return std::nullopt;
+    }
+    if (!PyUnicode_Check(file.ptr())) return std::nullopt;
+    return utf8(file, "__file__");
+}
+
+void wrong_argument(std::string_view name, std::string_view expected, nb::handle given) {
+    std::string shown;
+    try {
+        shown = nb::cast<std::string>(nb::repr(given));
+    } catch (nb::python_error&) {
+        shown = "<unprintable>";
+    }
+    // A long value is cut: the type and the start are what a reader needs.
+    constexpr std::size_t limit = 60;
+    if (shown.size() > limit) {
+        std::size_t cut = limit - 3;
+        while (cut > 0 && (static_cast<unsigned char>(shown[cut]) & 0xC0) == 0x80) --cut;  // whole characters only
+        shown = shown.substr(0, cut) + "...";
+    }
+    const char* type = Py_TYPE(given.ptr())->tp_name;
+    std::string text = std::string(name) + " must be " + std::string(expected) + ", not " + type;
+    if (!given.is_none()) text += " " + shown;
+    throw TypeError(text);
+}
+
 }  // namespace zerko::py

@@ -17,7 +17,9 @@
 
 #include "zerko/foundation/errors.hpp"
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zerko::foundation {
@@ -219,6 +221,14 @@ struct Overridable : Base {
 /// Whether `self`'s class replaces the attribute `name` that the bound base
 /// class `base` defines (a method, a property or a plain value).
 bool overrides(nb::handle self, nb::handle base, const char* name);
+
+/// The file of a loaded module (an object with a text `__file__`); nothing
+/// for anything else.
+std::optional<std::string> module_file(nb::handle module);
+
+/// Raises a TypeError for a wrong argument that names the argument, what it
+/// must be and what was given: "value must be an integer, not str 'ten'".
+[[noreturn]] void wrong_argument(std::string_view name, std::string_view expected, nb::handle given);
 
 }  // namespace zerko::py
 
