@@ -162,8 +162,9 @@ void bind_virtual(nb::module_& m) {
         .def("object_exists", &Virtual::object_exists, nb::arg("path"))
         .def("get_type", &Virtual::get_type, nb::arg("path"))
         .def("get_parent", [](const Virtual& v, const std::string& p) -> nb::object {
-            auto parent = v.get_parent(p);
-            return parent.empty() ? nb::none() : text(parent);
+            // What the host answered, "" for a top object; nothing only for an unknown path.
+            const std::string* parent = v.stored_parent(p);
+            return parent ? text(*parent) : nb::none();
         }, nb::arg("path"))
         .def("get_children", &Virtual::get_children, nb::arg("path"))
         .def("get_locations", [](const Virtual& v, const scene::Paths& roots) {

@@ -44,7 +44,9 @@ def test_snapshot_answers_from_the_host_data(engine, scene):
     virtual = engine._virtual
     assert len(virtual) == len(scene.types) - 1  # the camera is outside the selection
     assert virtual.get_type("|assets|rock0001_grp") == "transform"
-    assert virtual.get_parent("|assets") is None and virtual.get_parent("|assets|rock0001_grp") == "|assets"
+    # A top object's parent is what the host answered; only an unknown path gives nothing.
+    assert virtual.get_parent("|assets") == "" and virtual.get_parent("|assets|rock0001_grp") == "|assets"
+    assert virtual.get_parent("|nothing") is None
     assert virtual.get_children("|nothing") == [] and virtual.get_type("|nothing") == ""
     locations = virtual.get_locations(["|assets|rock0001_grp", "|nothing", "|assets"])
     assert [l.path for l in locations] == ["|assets|rock0001_grp", "|assets"]

@@ -1,14 +1,33 @@
 #include "zerko/scene/virtual.hpp"
 
+#include "zerko/foundation/errors.hpp"
+#include "zerko/foundation/logger.hpp"
+
 namespace zerko::scene {
 
+void Virtual::refuse(const char* operation) const {
+    throw Exception(std::string("Scene snapshot: ") + operation +
+                    " was called while an upload runs; the snapshot serves one thread at a time, "
+                    "and host calls made by the upload may not change it");
+}
+
 void Virtual::offload() {
+    if (uploading_.load()) refuse("offload");
     index_.clear();
     entries_.clear();
     used_ = 0;
 }
 
 void Virtual::upload(const Paths& roots, bool clear) {
+    if (uploading_.exchange(true)) refuse("upload");
+    struct Release {
+        std::atomic<bool>& flag;
+        ~Release() { flag.store(false); }
+    } release{uploading_};
+    walk(roots, clear);
+}
+
+void Virtual::walk(const Paths& roots, bool clear) {
     if (clear) {
         // A new snapshot of a scene is about as large as the last one: the
         // index is sized once instead of growing step by step, and the old
@@ -27,26 +46,56 @@ void Virtual::upload(const Paths& roots, bool clear) {
     struct Pending {
         const std::string* path;  // in `roots` or in a stored location's children
         Location* parent;
+        std::size_t depth;
     };
     // Depth first, each object before its children, as a recursive walk
     // would do; an explicit stack keeps deep scenes off the call stack.
     // Entries live in a deque, so the children lists that pending paths
     // point into stay where they are while the walk adds entries.
     std::vector<Pending> pending;
-    for (auto it = roots.rbegin(); it != roots.rend(); ++it) pending.push_back({&*it, nullptr});
+    for (auto it = roots.rbegin(); it != roots.rend(); ++it) pending.push_back({&*it, nullptr, 0});
+    // The ancestors of the next object, marked, so that a child that is one
+    // of them is seen at once. Reading it again would walk the cycle forever
+    // and replace the children list that pending paths still point into.
+    std::vector<Entry*> branch;
+    struct Unmark {  // also when a host call fails half-way
+        std::vector<Entry*>& branch;
+        ~Unmark() {
+            for (Entry* entry : branch) entry->on_branch = false;
+        }
+    } unmark{branch};
+    // Children to take out of their parents' lists once the walk is over.
+    std::vector<std::pair<Location*, std::string>> cut;
     while (!pending.empty()) {
         const Pending next = pending.back();
         pending.pop_back();
-        const auto [entry, again] = upload_one(*next.path);
-        fresh = fresh && !again;
+        while (branch.size() > next.depth) {
+            branch.back()->on_branch = false;
+            branch.pop_back();
+        }
+        const auto [entry, met] = upload_one(*next.path);
+        if (met == Met::Ancestor) {
+            cut.emplace_back(next.parent, *next.path);
+            continue;
+        }
+        fresh = fresh && met == Met::New;
         if (!entry->exists) continue;
         auto& location = entry->location;
         if (fresh && next.parent) next.parent->child_locations.push_back(&location);
         location.child_locations.clear();
         location.child_locations.reserve(location.children.size());
+        entry->on_branch = true;
+        branch.push_back(entry);
         for (auto it = location.children.rbegin(); it != location.children.rend(); ++it) {
-            pending.push_back({&*it, &location});
+            pending.push_back({&*it, &location, next.depth + 1});
         }
+    }
+    if (!cut.empty()) {
+        for (const auto& [parent, child] : cut) std::erase(parent->children, child);
+        // One line per upload: a broken scene may repeat the fault many times.
+        foundation::Logger::warning("The scene's hierarchy has a cycle: \"" + cut.front().first->path +
+                                    "\" lists its own ancestor \"" + cut.front().second + "\" as a child; " +
+                                    std::to_string(cut.size()) + " such link(s) are left out of the snapshot");
     }
     if (!fresh) resolve_children();
 }
@@ -64,11 +113,12 @@ void Virtual::resolve_children() {
     }
 }
 
-std::pair<Virtual::Entry*, bool> Virtual::upload_one(const std::string& path) {
+std::pair<Virtual::Entry*, Virtual::Met> Virtual::upload_one(const std::string& path) {
     // One probe finds the path or the slot where it goes.
     auto [slot, found] = index_.find_slot(path);
+    if (found && found->on_branch) return {found, Met::Ancestor};
     Entry* entry;
-    bool again = false;
+    Met met = Met::New;
     if (found) {
         // The path stays; the rest is read anew.
         entry = found;
@@ -78,7 +128,7 @@ std::pair<Virtual::Entry*, bool> Virtual::upload_one(const std::string& path) {
         entry->location.type.clear();
         entry->location.children.clear();
         entry->location.child_locations.clear();
-        again = true;
+        met = Met::Again;
     } else {
         if (used_ < entries_.size()) {
             entry = &entries_[used_];
@@ -97,12 +147,12 @@ std::pair<Virtual::Entry*, bool> Virtual::upload_one(const std::string& path) {
     }
     const std::string& p = entry->location.path;
     entry->exists = operator_->object_exists(p);
-    if (!entry->exists) return {entry, again};
+    if (!entry->exists) return {entry, met};
     entry->location.name = Operator::name_from_path(p);
     entry->location.type = operator_->get_type(p);
     entry->parent = operator_->get_parent(p);
     entry->location.children = operator_->get_children(p);
-    return {entry, again};
+    return {entry, met};
 }
 
 const Location* Virtual::find(std::string_view path) const {
@@ -122,8 +172,13 @@ std::string Virtual::get_type(const std::string& path) const {
 }
 
 std::string Virtual::get_parent(const std::string& path) const {
+    const std::string* parent = stored_parent(path);
+    return parent ? *parent : std::string();
+}
+
+const std::string* Virtual::stored_parent(std::string_view path) const {
     const Entry* entry = index_.find(path);
-    return entry ? entry->parent : std::string();
+    return entry && entry->exists ? &entry->parent : nullptr;
 }
 
 Paths Virtual::get_children(const std::string& path) const {

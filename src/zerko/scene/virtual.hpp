@@ -3,6 +3,7 @@
 // search reads plain C++ structures and never calls the host. After upload
 // returns the snapshot is read-only until the next upload or offload, which is
 // what makes concurrent reads safe without a lock.
+#include <atomic>
 #include <deque>
 #include <memory>
 #include <string>
@@ -31,9 +32,13 @@ public:
     /// `op` is the source of the snapshot; it is kept by reference and must outlive uploads.
     explicit Virtual(std::shared_ptr<Operator> op) : operator_(std::move(op)) {}
 
-    /// Forgets everything.
+    /// Forgets everything. Throws zerko::Exception while an upload runs.
     void offload();
-    /// Reads `roots` and their whole subtrees from the operator.
+    /// Reads `roots` and their whole subtrees from the operator. A child that
+    /// is one of its own ancestors (a cycle in a broken scene) is left out of
+    /// its parent's children, with one warning per upload. Throws
+    /// zerko::Exception when an upload runs already: the snapshot serves one
+    /// thread at a time, and a host call may not change it while it is read.
     void upload(const Paths& roots, bool clear = true);
 
     bool object_exists(const std::string& path) const override;
@@ -43,6 +48,9 @@ public:
 
     /// The known objects among `roots`, in order; unknown paths are dropped.
     std::vector<const Location*> get_locations(const Paths& roots) const;
+    /// The parent path the host gave for `path` ("" for a top object), or
+    /// nullptr when the path is unknown or the object does not exist.
+    const std::string* stored_parent(std::string_view path) const;
     /// The stored object at `path`, or nullptr when it is unknown or does not exist.
     const Location* find(std::string_view path) const;
 
@@ -52,14 +60,23 @@ public:
 private:
     struct Entry {
         bool exists = false;
+        bool on_branch = false;  // an ancestor of the object the upload reads now
         std::string parent;
         Location location;
     };
-    /// Reads one object; the flag tells whether the path was known already.
-    std::pair<Entry*, bool> upload_one(const std::string& path);
+    enum class Met { New, Again, Ancestor };
+    /// Reads one object and tells whether its path was new, known already, or
+    /// an ancestor of the object whose child it is (then nothing is read).
+    std::pair<Entry*, Met> upload_one(const std::string& path);
+    void walk(const Paths& roots, bool clear);
     void resolve_children();
+    [[noreturn]] void refuse(const char* operation) const;
 
     std::shared_ptr<Operator> operator_;
+    // Set while an upload runs, so that a second upload or an offload (from
+    // another thread, or from a host call inside the upload) is refused
+    // instead of changing the tables under the walk.
+    std::atomic<bool> uploading_{false};
     // Entries are never moved once made, so Location pointers stay valid
     // until the next snapshot. The first `used_` belong to the snapshot; the
     // rest are kept from an earlier, larger one, to be reused.
