@@ -32,6 +32,19 @@ std::size_t capture_hash(const Capture& c) {
     return h(c.text) * 1000003u ^ h(c.path);
 }
 
+// Mixes the bits of a capture's hash code before it is summed: std::hash of
+// a string may be weak in its low bits, and a sum of weak codes collides
+// more easily than the codes themselves.
+std::size_t spread(std::size_t h) {
+    std::uint64_t x = h;
+    x ^= x >> 30;
+    x *= 0xbf58476d1ce4e5b9ull;
+    x ^= x >> 27;
+    x *= 0x94d049bb133111ebull;
+    x ^= x >> 31;
+    return static_cast<std::size_t>(x);
+}
+
 bool is_metachar(char c) {
     switch (c) {
         case '.': case '^': case '$': case '*': case '+': case '?': case '{': case '}':
@@ -56,11 +69,13 @@ bool AnchorState::Set::insert(Capture c) {
     if (contains(c, hash)) return false;
     positions.emplace(hash, items.size());
     items.push_back(std::move(c));
+    sum += spread(hash);
     return true;
 }
 
 void AnchorState::Set::pop_back() {
-    const auto [b, e] = positions.equal_range(capture_hash(items.back()));
+    const auto hash = capture_hash(items.back());
+    const auto [b, e] = positions.equal_range(hash);
     for (auto it = b; it != e; ++it) {
         if (it->second == items.size() - 1) {
             positions.erase(it);
@@ -68,6 +83,7 @@ void AnchorState::Set::pop_back() {
         }
     }
     items.pop_back();
+    sum -= spread(hash);
 }
 
 void AnchorState::reset_keys(std::vector<std::string> keys) {
@@ -118,14 +134,8 @@ void AnchorState::make_hash() {
     const std::hash<std::string> hs;
     for (std::size_t k = 0; k < keys_.size(); ++k) {
         mix(hs(keys_[k]));
-        auto items = sets_[k].items;
-        std::sort(items.begin(), items.end(),
-                  [](const Capture& a, const Capture& b) { return std::tie(a.text, a.path) < std::tie(b.text, b.path); });
-        for (const auto& c : items) {
-            mix(hs(c.text));
-            mix(hs(c.path));
-        }
-        mix(items.size());
+        mix(sets_[k].sum);
+        mix(sets_[k].items.size());
     }
     hash_ = h;
 }

@@ -38,7 +38,9 @@ public:
     void set(const Expressions& expressions);
     /// New sets with the given keys and values; the hash is not touched.
     void set_expressions(const Expressions& structure);
-    /// Recomputes the hash from the keys and their sorted captures.
+    /// Recomputes the hash from the keys and their captures, whatever their
+    /// order. Cheap (one step per key), so the search can refresh the hash
+    /// after each guess as a full copy of the state would.
     void make_hash();
     AnchorState clone() const;
     /// Makes this state a deep copy of `other`.
@@ -70,6 +72,9 @@ private:
     struct Set {
         std::vector<Capture> items;
         std::unordered_multimap<std::size_t, std::size_t> positions;
+        // The sum of the items' hash codes: the same for the same items in
+        // any order, and kept up to date by insert and pop_back.
+        std::size_t sum = 0;
         bool contains(const Capture& c, std::size_t hash) const;
         bool insert(Capture c);
         void pop_back();

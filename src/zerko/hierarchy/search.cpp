@@ -57,7 +57,7 @@ void Search::make_guess(Locations& locations, const Scopes& scopes) {
             shared = state.mark();
         }
         if (count < rule.range.minimum) {
-            state.rollback(backup_);
+            restore();
             return;
         }
         std::vector<const scene::Location*> list;
@@ -71,7 +71,10 @@ void Search::make_guess(Locations& locations, const Scopes& scopes) {
             }
         }
         if (!replaced) guess_.emplace_back(&rule, std::move(list));
+        // The captures of the scope stand as a fresh copy of them would:
+        // the turned-down object's are gone and the hash is current.
         state.rollback(shared);
+        state.make_hash();
         for (auto i : matched) locations.take(i);
     }
 }
@@ -82,6 +85,14 @@ bool Search::wrong_guess(Locations& locations, const Scopes& scopes, bool exact)
         if (!scope->rule->admits(list ? static_cast<std::int64_t>(list->size()) : 0)) return true;
     }
     return exact && locations.any_left();
+}
+
+void Search::restore() {
+    // The state equals the one before the layer, hash included, as a copy
+    // of it put back would.
+    auto& state = logic.state();
+    state.rollback(backup_);
+    state.make_hash();
 }
 
 Result Search::layer(const scene::Paths& roots, const Scopes& scopes, bool exact) {
@@ -103,7 +114,7 @@ Result Search::run(Locations& locations, const Scopes& scopes, bool exact) {
     backup_ = logic.state().mark();
     make_guess(locations, scopes);
     if (wrong_guess(locations, scopes, exact)) {
-        logic.state().rollback(backup_);
+        restore();
         guess_.clear();
         return Result();
     }

@@ -81,6 +81,8 @@ private:
     void make_guess(Locations& locations, const Scopes& scopes);
     bool wrong_guess(Locations& locations, const Scopes& scopes, bool exact) const;
     Result run(Locations& locations, const Scopes& scopes, bool exact);
+    /// Takes back what the layer captured.
+    void restore();
 
     std::shared_ptr<const scene::Virtual> query_;
     // The guess: one entry per distinct rule (equal rules share one).
