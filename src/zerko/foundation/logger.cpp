@@ -6,10 +6,15 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "zerko/foundation/errors.hpp"
 
 namespace zerko::foundation {
+
+void LogSink::deliver_all(const std::vector<LogRecord>& records) {
+    for (const auto& [level, message] : records) deliver(level, message);
+}
 
 void StderrSink::deliver(LogLevel level, const std::string& message) {
     if (level >= LogLevel::Warning) std::fprintf(stderr, "%s\n", message.c_str());
@@ -23,13 +28,17 @@ class Worker {
 public:
     void push(LogLevel level, std::string message) {
         std::unique_lock lock(mutex_);
-        if (stopped_) {
+        if (stopping_ || stopped_) {
+            // Once shutdown has begun the queue takes nothing more, so that a
+            // thread that keeps logging (a daemon's loop, say) cannot hold
+            // the worker, and the process's exit, for ever.
             lock.unlock();
             StderrSink{}.deliver(level, message);
             return;
         }
         if (!thread_.joinable()) {
             thread_ = std::thread([this] { run(); });
+            worker_id_ = thread_.get_id();
             // Plain C++ programs get their messages delivered at exit too.
             std::atexit([] { Logger::shutdown(); });
         }
@@ -45,6 +54,9 @@ public:
 
     void flush() {
         std::unique_lock lock(mutex_);
+        // A handler that flushes runs on the worker itself, which would wait
+        // for the very message it is delivering.
+        if (std::this_thread::get_id() == worker_id_) return;
         const auto target = issued_;
         done_.wait(lock, [&] { return delivered_ >= target || stopped_; });
     }
@@ -53,9 +65,12 @@ public:
         std::thread thread;
         {
             std::lock_guard lock(mutex_);
-            if (stopped_) return;
+            if (stopped_ || stopping_) return;
             stopping_ = true;
             wake_.notify_one();
+            // A handler that shuts the logger down runs on the worker, which
+            // cannot join itself: it ends on its own once the queue is empty.
+            if (std::this_thread::get_id() == worker_id_) return;
             thread = std::move(thread_);
         }
         if (thread.joinable()) thread.join();
@@ -75,27 +90,33 @@ public:
 private:
     void run() {
         std::unique_lock lock(mutex_);
+        std::vector<LogRecord> batch;
         while (true) {
             wake_.wait(lock, [&] { return !queue_.empty() || stopping_; });
             if (queue_.empty() && stopping_) return;
-            auto [level, message] = std::move(queue_.front());
-            queue_.pop_front();
+            // Everything queued goes in one batch: a sink that must wait for
+            // an interpreter waits once for all of it, not once per message,
+            // and keeps up with threads that log in a tight loop.
+            batch.assign(std::make_move_iterator(queue_.begin()), std::make_move_iterator(queue_.end()));
+            queue_.clear();
             auto sink = sink_;
             lock.unlock();
             // No catch-all here: a thread ended by the runtime while it waits
             // for an interpreter must be allowed to unwind. Sinks catch their own errors.
-            sink->deliver(level, message);
+            sink->deliver_all(batch);
             lock.lock();
-            ++delivered_;
+            delivered_ += batch.size();
+            batch.clear();
             done_.notify_all();
         }
     }
 
     std::mutex mutex_;
     std::condition_variable wake_, done_;
-    std::deque<std::pair<LogLevel, std::string>> queue_;
+    std::deque<LogRecord> queue_;
     std::shared_ptr<LogSink> sink_ = std::make_shared<StderrSink>();
     std::thread thread_;
+    std::thread::id worker_id_;
     std::uint64_t issued_ = 0, delivered_ = 0;
     bool stopping_ = false, stopped_ = false;
 };

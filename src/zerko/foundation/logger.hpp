@@ -7,16 +7,23 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace zerko::foundation {
 
 enum class LogLevel : int { Debug = 10, Info = 20, Warning = 30, Error = 40 };
+
+using LogRecord = std::pair<LogLevel, std::string>;
 
 /// Where the worker delivers messages. Called on the worker thread only.
 class LogSink {
 public:
     virtual ~LogSink() = default;
     virtual void deliver(LogLevel level, const std::string& message) = 0;
+    /// Delivers several messages in order; a sink with a costly entry (a
+    /// lock to take) overrides it to pay that once.
+    virtual void deliver_all(const std::vector<LogRecord>& records);
 };
 
 /// Writes warnings and errors to standard error; drops lower levels.
