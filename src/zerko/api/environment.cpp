@@ -1,12 +1,16 @@
 #include "zerko/api/environment.hpp"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <mutex>
 
 #include "zerko/constants/constants.hpp"
+#include "zerko/foundation/errors.hpp"
+#include "zerko/foundation/logger.hpp"
 #include "zerko/foundation/paths.hpp"
 
 namespace zerko::api {
@@ -37,7 +41,32 @@ std::string LocalEnv::library_directory() {
     return std::filesystem::current_path().string();
 }
 
-LocalEnv::LocalEnv() {
+std::string LocalEnv::writable_root() {
+    const std::string beside = path::join(library_directory(), name);
+    // The folder beside the library serves when its layout can be made and a
+    // file written in it; a system or read-only install fails the test.
+    try {
+        path::make_directory(beside);
+        const auto group = path::join(beside, constants::plugin::target::Standalone);
+        path::make_directory(group);
+        const auto probe = path::join(group, ".write-test-" + std::to_string(::getpid()));
+        const int fd = ::open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+        if (fd >= 0) {
+            ::close(fd);
+            ::unlink(probe.c_str());
+            return beside;
+        }
+    } catch (const FileNotFoundError&) {
+    }
+    const auto& home = user_home();
+    if (!home) return beside;  // nowhere else to go: creating the layout reports the failure
+    const std::string fallback = path::join(*home, name);
+    foundation::Logger::info("The folder beside the library (" + beside + ") cannot be written; settings, projects and "
+                             "statistics are kept in " + fallback);
+    return fallback;
+}
+
+LocalEnv::LocalEnv() : root_(writable_root()) {
     const auto group = path::join(root(), target());
     path::make_directory(group);
     settings_ = group;
@@ -48,9 +77,8 @@ LocalEnv::LocalEnv() {
 }
 
 std::string LocalEnv::root() const {
-    auto dir = path::join(library_directory(), name);
-    path::make_directory(dir);
-    return dir;
+    path::make_directory(root_);
+    return root_;
 }
 
 std::string LocalEnv::target() const { return std::string(constants::plugin::target::Standalone); }

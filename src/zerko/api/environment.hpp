@@ -13,10 +13,12 @@ namespace zerko::api {
 /// below the facade share; the facade's names keep pointing at it.
 using foundation::Environment;
 
-/// The environment the system falls back on: everything beside the library.
+/// The environment the system falls back on: everything beside the library,
+/// or in the user's home where the library's folder cannot be written.
 class LocalEnv : public Environment {
 public:
-    /// Creates the settings and projects directories (one level each) and publishes.
+    /// Chooses the root, creates the settings and projects directories (one
+    /// level each) and publishes.
     LocalEnv();
 
     std::string target() const override;
@@ -33,6 +35,11 @@ public:
     static std::string library_directory();
 
 private:
+    /// `name` beside the library when a file can be written there, else
+    /// `name` in the user's home (with one info line saying so).
+    static std::string writable_root();
+
+    std::string root_;
     std::string settings_;
     std::string projects_;
 };
