@@ -25,36 +25,35 @@ using ItemPtr = ComboBox::ItemPtr;
 
 // ------------------------------------------------------------------ arguments
 
-// Declarations are checked strictly: a value of the wrong type is a TypeError
-// without text, and a boolean is no integer.
-[[noreturn]] void plain_type_error() { throw TypeError(""); }
-
-std::int64_t int_arg(nb::handle v) {
-    if (!PyLong_Check(v.ptr()) || PyBool_Check(v.ptr())) plain_type_error();
+// Declarations are checked strictly, and a boolean is no integer. A wrong
+// argument raises a TypeError that names it, what it must be and what it was.
+std::int64_t int_arg(nb::handle v, std::string_view name) {
+    if (!PyLong_Check(v.ptr()) || PyBool_Check(v.ptr())) wrong_argument(name, "an integer", v);
     int overflow = 0;
     const long long n = PyLong_AsLongLongAndOverflow(v.ptr(), &overflow);
     if (overflow != 0) raise_overflow("integer");
     return n;
 }
 
-double float_arg(nb::handle v) {
-    if (!PyFloat_Check(v.ptr())) plain_type_error();
+double float_arg(nb::handle v, std::string_view name) {
+    if (!PyFloat_Check(v.ptr())) wrong_argument(name, "a float", v);
     return PyFloat_AS_DOUBLE(v.ptr());
 }
 
 /// What a form writes into a float field: a float or an integer.
-double number_arg(nb::handle v) {
+double number_arg(nb::handle v, std::string_view name) {
     if (PyFloat_Check(v.ptr())) return PyFloat_AS_DOUBLE(v.ptr());
-    return static_cast<double>(int_arg(v));
+    if (!PyLong_Check(v.ptr()) || PyBool_Check(v.ptr())) wrong_argument(name, "a float or an integer", v);
+    return static_cast<double>(int_arg(v, name));
 }
 
-std::string str_arg(nb::handle v) {
-    if (!PyUnicode_Check(v.ptr())) plain_type_error();
-    return utf8(v);
+std::string str_arg(nb::handle v, std::string_view name) {
+    if (!PyUnicode_Check(v.ptr())) wrong_argument(name, "a string", v);
+    return utf8(v, "value");
 }
 
-bool bool_arg(nb::handle v) {
-    if (!PyBool_Check(v.ptr())) plain_type_error();
+bool bool_arg(nb::handle v, std::string_view name) {
+    if (!PyBool_Check(v.ptr())) wrong_argument(name, "a boolean", v);
     return v.ptr() == Py_True;
 }
 
@@ -73,7 +72,8 @@ std::string attr_arg(nb::handle v) {
 }
 
 /// Elements of a list input or combo box; what is not a `T` becomes null,
-/// which the input refuses with a TypeError at its place in the list.
+/// which the input refuses at its place in the list (after the errors of the
+/// elements before it), and `checked_items` turns into a full message.
 template <typename T>
 std::vector<std::shared_ptr<T>> elements_arg(nb::handle items) {
     std::vector<std::shared_ptr<T>> out;
@@ -86,10 +86,24 @@ std::vector<std::shared_ptr<T>> elements_arg(nb::handle items) {
     return out;
 }
 
+/// Runs `build` on the elements of `items` (taken once into a list, so that
+/// any iterable serves); an element of the wrong type is reported by its
+/// place, the type it must have and what it is.
+template <typename T, typename Build>
+auto checked_items(nb::handle items, std::string_view expected, Build&& build) {
+    nb::object list = items.is_none() ? nb::object(nb::none()) : nb::object(nb::list(items));
+    if (!items.is_none() && PyUnicode_Check(items.ptr())) wrong_argument("items", "a list", items);
+    try {
+        return build(elements_arg<T>(list));
+    } catch (const ElementTypeError& e) {
+        wrong_argument("items[" + std::to_string(e.index()) + "]", expected, nb::list(list)[e.index()]);
+    }
+}
+
 template <typename T>
-std::shared_ptr<T> object_arg(nb::handle v) {
+std::shared_ptr<T> object_arg(nb::handle v, std::string_view name, std::string_view expected) {
     std::shared_ptr<T> out;
-    if (v.is_none() || !nb::try_cast(v, out) || !out) plain_type_error();
+    if (v.is_none() || !nb::try_cast(v, out) || !out) wrong_argument(name, expected, v);
     return out;
 }
 
@@ -103,7 +117,7 @@ auto text_setter(std::string T::*field) {
 
 /// Python's index rules for lists: negative counts from the end.
 std::size_t list_index(nb::handle index, std::size_t size) {
-    std::int64_t i = int_arg(index);
+    std::int64_t i = int_arg(index, "index");
     if (i < 0) i += static_cast<std::int64_t>(size);
     if (i < 0 || static_cast<std::size_t>(i) >= size) throw nb::index_error("list index out of range");
     return static_cast<std::size_t>(i);
@@ -281,9 +295,9 @@ void bind_range_fields(nb::class_<Range, Input>& cls) {
     auto field = [&cls](const char* name, Number Range::*member) {
         cls.def_prop_rw(
             name, [member](const Range& r) { return r.*member; },
-            [member](Range& r, nb::handle v) {
-                if constexpr (std::is_integral_v<Number>) r.*member = int_arg(v);
-                else r.*member = number_arg(v);
+            [member, name](Range& r, nb::handle v) {
+                if constexpr (std::is_integral_v<Number>) r.*member = int_arg(v, name);
+                else r.*member = number_arg(v, name);
             },
             nb::arg("value").none());
     };
@@ -300,7 +314,7 @@ void bind_inputs(nb::handle ns) {
         .def("__init__",
              [](Input* self, nb::handle attr_name, nb::handle label, nb::handle help_text) {
                  std::string attr = attr_arg(attr_name);
-                 new (self) Input(std::move(attr), str_arg(label), str_arg(help_text));
+                 new (self) Input(std::move(attr), str_arg(label, "label"), str_arg(help_text, "help_text"));
              },
              nb::arg("attr_name").none(), nb::arg("label").none() = "", nb::arg("help_text").none() = "")
         .def_prop_ro("attr", &Input::attr)
@@ -317,9 +331,9 @@ void bind_inputs(nb::handle ns) {
              [](IntRange* self, nb::handle attr_name, nb::handle minimum, nb::handle maximum, nb::handle step,
                 nb::handle value, nb::handle prefix, nb::handle units, nb::handle label, nb::handle help_text) {
                  std::string attr = attr_arg(attr_name);
-                 std::string l = str_arg(label), h = str_arg(help_text);
-                 new (self) IntRange(std::move(attr), int_arg(minimum), int_arg(maximum), int_arg(step),
-                                     int_arg(value), str_arg(prefix), str_arg(units), std::move(l), std::move(h));
+                 std::string l = str_arg(label, "label"), h = str_arg(help_text, "help_text");
+                 new (self) IntRange(std::move(attr), int_arg(minimum, "minimum"), int_arg(maximum, "maximum"), int_arg(step, "step"),
+                                     int_arg(value, "value"), str_arg(prefix, "prefix"), str_arg(units, "units"), std::move(l), std::move(h));
              },
              nb::arg("attr_name").none(), nb::arg("minimum").none() = 0, nb::arg("maximum").none() = 100,
              nb::arg("step").none() = 1, nb::arg("value").none() = 50, nb::arg("prefix").none() = "",
@@ -334,9 +348,9 @@ void bind_inputs(nb::handle ns) {
                 nb::handle precision, nb::handle value, nb::handle prefix, nb::handle units, nb::handle label,
                 nb::handle help_text) {
                  std::string attr = attr_arg(attr_name);
-                 std::string l = str_arg(label), h = str_arg(help_text);
-                 new (self) FloatRange(std::move(attr), float_arg(minimum), float_arg(maximum), float_arg(step),
-                                       int_arg(precision), float_arg(value), str_arg(prefix), str_arg(units),
+                 std::string l = str_arg(label, "label"), h = str_arg(help_text, "help_text");
+                 new (self) FloatRange(std::move(attr), float_arg(minimum, "minimum"), float_arg(maximum, "maximum"), float_arg(step, "step"),
+                                       int_arg(precision, "precision"), float_arg(value, "value"), str_arg(prefix, "prefix"), str_arg(units, "units"),
                                        std::move(l), std::move(h));
              },
              nb::arg("attr_name").none(), nb::arg("minimum").none() = 0.0, nb::arg("maximum").none() = 1.0,
@@ -344,15 +358,15 @@ void bind_inputs(nb::handle ns) {
              nb::arg("prefix").none() = "", nb::arg("units").none() = "", nb::arg("label").none() = "",
              nb::arg("help_text").none() = "")
         .def_prop_rw("precision", [](const FloatRange& r) { return r.precision; },
-                     [](FloatRange& r, nb::handle v) { r.precision = int_arg(v); }, nb::arg("value").none());
+                     [](FloatRange& r, nb::handle v) { r.precision = int_arg(v, "precision"); }, nb::arg("value").none());
     bind_range_fields(float_range);
 
     nb::class_<RegEx, Input>(ns, "RegEx", "A regular expression that the user writes.")
         .def("__init__",
              [](RegEx* self, nb::handle attr_name, nb::handle text, nb::handle label, nb::handle help_text) {
                  std::string attr = attr_arg(attr_name);
-                 std::string l = str_arg(label), h = str_arg(help_text);
-                 new (self) RegEx(std::move(attr), str_arg(text), std::move(l), std::move(h));
+                 std::string l = str_arg(label, "label"), h = str_arg(help_text, "help_text");
+                 new (self) RegEx(std::move(attr), str_arg(text, "text"), std::move(l), std::move(h));
              },
              nb::arg("attr_name").none(), nb::arg("text").none() = ".+", nb::arg("label").none() = "",
              nb::arg("help_text").none() = "")
@@ -374,13 +388,13 @@ void bind_inputs(nb::handle ns) {
         .def("__init__",
              [](Switch* self, nb::handle attr_name, nb::handle enabled, nb::handle label, nb::handle help_text) {
                  std::string attr = attr_arg(attr_name);
-                 std::string l = str_arg(label), h = str_arg(help_text);
-                 new (self) Switch(std::move(attr), bool_arg(enabled), std::move(l), std::move(h));
+                 std::string l = str_arg(label, "label"), h = str_arg(help_text, "help_text");
+                 new (self) Switch(std::move(attr), bool_arg(enabled, "enabled"), std::move(l), std::move(h));
              },
              nb::arg("attr_name").none(), nb::arg("enabled").none() = false, nb::arg("label").none() = "",
              nb::arg("help_text").none() = "")
         .def_prop_rw("enabled", [](const Switch& s) { return s.enabled; },
-                     [](Switch& s, nb::handle v) { s.enabled = bool_arg(v); }, nb::arg("value").none());
+                     [](Switch& s, nb::handle v) { s.enabled = bool_arg(v, "enabled"); }, nb::arg("value").none());
 }
 
 void bind_combo_box(nb::handle ns) {
@@ -389,7 +403,7 @@ void bind_combo_box(nb::handle ns) {
         .def("__init__",
              [](ComboBox::Item* self, nb::handle attr_name, nb::handle text, nb::handle selected) {
                  std::string attr = attr_arg(attr_name);
-                 new (self) ComboBox::Item(std::move(attr), str_arg(text), bool_arg(selected));
+                 new (self) ComboBox::Item(std::move(attr), str_arg(text, "text"), bool_arg(selected, "selected"));
              },
              nb::arg("attr_name").none(), nb::arg("text").none() = "", nb::arg("selected").none() = false)
         .def_prop_ro("attr", &ComboBox::Item::attr)
@@ -400,8 +414,10 @@ void bind_combo_box(nb::handle ns) {
     box.def("__init__",
             [](ComboBox* self, nb::handle attr_name, nb::handle items, nb::handle label, nb::handle help_text) {
                 std::string attr = attr_arg(attr_name);
-                std::string l = str_arg(label), h = str_arg(help_text);
-                new (self) ComboBox(std::move(attr), elements_arg<ComboBox::Item>(items), std::move(l), std::move(h));
+                std::string l = str_arg(label, "label"), h = str_arg(help_text, "help_text");
+                checked_items<ComboBox::Item>(items, "a Parameters.ComboBox.Item", [&](auto elements) {
+                    new (self) ComboBox(std::move(attr), std::move(elements), std::move(l), std::move(h));
+                });
             },
             nb::arg("attr_name").none(), nb::arg("items").none(), nb::arg("label").none() = "",
             nb::arg("help_text").none() = "")
@@ -421,10 +437,20 @@ void bind_combo_box(nb::handle ns) {
              nb::arg("text").none() = false)
         .def_prop_ro("current_index", &ComboBox::current_index)
         .def_prop_ro("_array", [](const ComboBox& b) { return as_list(b.items()); })
-        .def("_build", [](ComboBox& b, nb::handle items) { b.build(elements_arg<ComboBox::Item>(items)); },
+        .def("_build", [](ComboBox& b, nb::handle items) {
+            checked_items<ComboBox::Item>(items, "a Parameters.ComboBox.Item", [&](auto elements) { b.build(std::move(elements)); });
+        },
              nb::arg("items").none())
         .def("_ensure_selection", &ComboBox::ensure_selection)
         .def("_select_first", &ComboBox::select_first);
+}
+
+/// How an error names the element type of a list input.
+template <typename Element>
+constexpr std::string_view element_name() {
+    if constexpr (std::is_same_v<Element, TextInput>) return "a Parameters.TextInput";
+    else if constexpr (std::is_same_v<Element, TextMatch>) return "a Parameters.TextMatch";
+    else return "a Parameters.IntSlice";
 }
 
 /// What every list input offers: its elements in order, add and pop, and the
@@ -436,7 +462,9 @@ void bind_element_list(nb::class_<List, Input>& cls) {
         .def("add", &List::add)
         .def("pop", [](List& l, nb::handle i) { l.pop(list_index(i, l.size())); }, nb::arg("index").none())
         .def_prop_ro("_array", [](const List& l) { return as_list(l.items()); })
-        .def("_build", [](List& l, nb::handle items) { l.build(elements_arg<Element>(items)); }, nb::arg("items").none());
+        .def("_build", [](List& l, nb::handle items) {
+            checked_items<Element>(items, element_name<Element>(), [&](auto elements) { l.build(std::move(elements)); });
+        }, nb::arg("items").none());
 }
 
 /// The lists of texts: built from a name, elements and a help text, and
@@ -447,8 +475,10 @@ void bind_text_list(nb::class_<List, Input>& cls) {
     cls.def("__init__",
             [](List* self, nb::handle attr_name, nb::handle items, nb::handle help_text) {
                 std::string attr = attr_arg(attr_name);
-                std::string h = str_arg(help_text);
-                new (self) List(std::move(attr), elements_arg<Element>(items), std::move(h));
+                std::string h = str_arg(help_text, "help_text");
+                checked_items<Element>(items, element_name<Element>(), [&](auto elements) {
+                    new (self) List(std::move(attr), std::move(elements), std::move(h));
+                });
             },
             nb::arg("attr_name").none(), nb::arg("items").none() = nb::tuple(), nb::arg("help_text").none() = "")
         .def("__len__", [](const List& l) { return l.size(); })
@@ -461,18 +491,18 @@ void bind_lists(nb::handle ns) {
     nb::class_<TextInput>(ns, "TextInput", "A text with a switch; an element of TextInputList.")
         .def("__init__",
              [](TextInput* self, nb::handle text, nb::handle enabled) {
-                 std::string t = str_arg(text);
-                 new (self) TextInput(std::move(t), bool_arg(enabled));
+                 std::string t = str_arg(text, "text");
+                 new (self) TextInput(std::move(t), bool_arg(enabled, "enabled"));
              },
              nb::arg("text").none() = "", nb::arg("enabled").none() = false)
         .def_prop_rw("text", [](const TextInput& t) { return t.text; }, text_setter(&TextInput::text), nb::arg("value").none())
         .def_prop_rw("enabled", [](const TextInput& t) { return t.enabled; },
-                     [](TextInput& t, nb::handle v) { t.enabled = bool_arg(v); }, nb::arg("value").none())
+                     [](TextInput& t, nb::handle v) { t.enabled = bool_arg(v, "enabled"); }, nb::arg("value").none())
         .def("clone", &TextInput::clone)
         .def("__str__", &TextInput::str);
 
     nb::class_<TextMatch>(ns, "TextMatch", "A text to match; an element of TextMatchList.")
-        .def("__init__", [](TextMatch* self, nb::handle text) { new (self) TextMatch(str_arg(text)); },
+        .def("__init__", [](TextMatch* self, nb::handle text) { new (self) TextMatch(str_arg(text, "text")); },
              nb::arg("text").none() = "")
         .def_prop_rw("text", [](const TextMatch& t) { return t.text; }, text_setter(&TextMatch::text), nb::arg("value").none())
         .def("clone", &TextMatch::clone);
@@ -480,13 +510,14 @@ void bind_lists(nb::handle ns) {
     nb::class_<IntSlice>(ns, "IntSlice", "A range of integers given by two IntRange inputs.")
         .def("__init__",
              [](IntSlice* self, nb::handle start, nb::handle stop) {
-                 new (self) IntSlice(object_arg<IntRange>(start), object_arg<IntRange>(stop));
+                 new (self) IntSlice(object_arg<IntRange>(start, "start", "a Parameters.IntRange"),
+                                     object_arg<IntRange>(stop, "stop", "a Parameters.IntRange"));
              },
              nb::arg("start").none(), nb::arg("stop").none())
         .def_prop_rw("start", [](const IntSlice& s) { return s.start; },
-                     [](IntSlice& s, nb::handle v) { s.start = object_arg<IntRange>(v); }, nb::arg("value").none())
+                     [](IntSlice& s, nb::handle v) { s.start = object_arg<IntRange>(v, "start", "a Parameters.IntRange"); }, nb::arg("value").none())
         .def_prop_rw("stop", [](const IntSlice& s) { return s.stop; },
-                     [](IntSlice& s, nb::handle v) { s.stop = object_arg<IntRange>(v); }, nb::arg("value").none())
+                     [](IntSlice& s, nb::handle v) { s.stop = object_arg<IntRange>(v, "stop", "a Parameters.IntRange"); }, nb::arg("value").none())
         .def_prop_ro("data", &IntSlice::data)
         .def("load", &IntSlice::load, nb::arg("data").none())
         .def("clone", &IntSlice::clone);
@@ -508,7 +539,7 @@ void bind_lists(nb::handle ns) {
     using PartLimits = IntSliceList::PartLimits;
     nb::class_<PartLimits>(slices, "_PartLimits", "What every slice of a list copies from one part of the default.")
         .def("__init__",
-             [](PartLimits* self, nb::handle int_range) { new (self) PartLimits(*object_arg<IntRange>(int_range)); },
+             [](PartLimits* self, nb::handle int_range) { new (self) PartLimits(*object_arg<IntRange>(int_range, "int_range", "a Parameters.IntRange")); },
              nb::arg("int_range").none())
         .def_ro("prefix", &PartLimits::prefix)
         .def_ro("units", &PartLimits::units)
@@ -520,9 +551,11 @@ void bind_lists(nb::handle ns) {
              [](IntSliceList* self, nb::handle attr_name, nb::handle default_slice, nb::handle items,
                 nb::handle help_text) {
                  std::string attr = attr_arg(attr_name);
-                 std::string h = str_arg(help_text);
-                 new (self) IntSliceList(std::move(attr), object_arg<IntSlice>(default_slice),
-                                         elements_arg<IntSlice>(items), std::move(h));
+                 std::string h = str_arg(help_text, "help_text");
+                 auto slice = object_arg<IntSlice>(default_slice, "default", "a Parameters.IntSlice");
+                 checked_items<IntSlice>(items, "a Parameters.IntSlice", [&](auto elements) {
+                     new (self) IntSliceList(std::move(attr), std::move(slice), std::move(elements), std::move(h));
+                 });
              },
              nb::arg("attr_name").none(), nb::arg("default").none(), nb::arg("items").none() = nb::tuple(),
              nb::arg("help_text").none() = "")
@@ -539,7 +572,7 @@ void bind_group_and_options(nb::handle ns) {
     nb::class_<Group>(ns, "Group", "A labelled node of inputs and groups, for whoever draws the form.")
         .def("__init__",
              [](Group* self, nb::handle label, nb::handle contents, nb::handle visibility_switch) {
-                 std::string l = str_arg(label);
+                 std::string l = str_arg(label, "label");
                  new (self) Group(std::move(l), nodes_arg(contents), switch_from_python(visibility_switch));
              },
              nb::arg("label").none() = "", nb::arg("contents").none() = nb::tuple(),
@@ -557,7 +590,7 @@ void bind_group_and_options(nb::handle ns) {
         .def("__init__",
              [](Options* self, nb::handle attr_name, nb::handle label, nb::handle help_text, nb::handle contents) {
                  std::string attr = attr_arg(attr_name);
-                 new (self) PyOptions(std::move(attr), str_arg(label), str_arg(help_text), nodes_arg(contents));
+                 new (self) PyOptions(std::move(attr), str_arg(label, "label"), str_arg(help_text, "help_text"), nodes_arg(contents));
              },
              nb::arg("attr_name").none() = "", nb::arg("label").none() = "", nb::arg("help_text").none() = "",
              nb::arg("contents").none() = nb::tuple())
@@ -579,7 +612,7 @@ void bind_group_and_options(nb::handle ns) {
              [](const Options& o, nb::handle parent) {
                  if (parent.is_none()) return inputs_dict(o.find_parameters());
                  Group* group = nullptr;
-                 if (!nb::try_cast(parent, group) || !group) plain_type_error();
+                 if (!nb::try_cast(parent, group) || !group) wrong_argument("parent", "a Parameters group or None", parent);
                  return inputs_dict(o.find_parameters(group));
              },
              nb::arg("parent").none() = nb::none())
@@ -620,8 +653,8 @@ void bind_block(nb::handle ns) {
                      [](Task& t, nb::handle v) { t.as_info = truth(v); }, nb::arg("value").none())
         .def_prop_rw("number", [](const Task& t) { return t.number; },
                      [](Task& t, nb::handle v) {
-                         const std::int64_t n = int_arg(v);
-                         if (n < INT_MIN || n > INT_MAX) plain_type_error();
+                         const std::int64_t n = int_arg(v, "number");
+                         if (n < INT_MIN || n > INT_MAX) wrong_argument("number", "an integer of 32 bits", v);
                          t.number = static_cast<int>(n);
                      },
                      nb::arg("value").none())

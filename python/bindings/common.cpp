@@ -253,7 +253,11 @@ void wrong_argument(std::string_view name, std::string_view expected, nb::handle
         while (cut > 0 && (static_cast<unsigned char>(shown[cut]) & 0xC0) == 0x80) --cut;  // whole characters only
         shown = shown.substr(0, cut) + "...";
     }
-    const char* type = Py_TYPE(given.ptr())->tp_name;
+    std::string type = Py_TYPE(given.ptr())->tp_name;
+    try {
+        type = nb::cast<std::string>(nb::handle((PyObject*)Py_TYPE(given.ptr())).attr("__name__"));
+    } catch (nb::python_error&) {
+    }
     std::string text = std::string(name) + " must be " + std::string(expected) + ", not " + type;
     if (!given.is_none()) text += " " + shown;
     throw TypeError(text);

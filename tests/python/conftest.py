@@ -3,6 +3,9 @@ import logging
 import os
 import sys
 
+import subprocess
+import textwrap
+
 import pytest
 
 import zerko
@@ -21,6 +24,15 @@ def _load_host_layer():
 
 
 host_layer = _load_host_layer()
+
+
+def run_script(script, *args, timeout=30):
+    """Runs `script` in a fresh interpreter: a hang or a crash fails the test instead of the suite."""
+    try:
+        return subprocess.run([sys.executable, "-c", textwrap.dedent(script), *map(str, args)], timeout=timeout,
+                              capture_output=True, text=True)
+    except subprocess.TimeoutExpired:
+        pytest.fail("the interpreter hung")
 
 
 @pytest.fixture

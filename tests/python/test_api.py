@@ -2,7 +2,11 @@
 import logging
 import os
 import platform
+import shutil
+import subprocess
 import sys
+import tempfile
+import textwrap
 import types
 
 import pytest
@@ -128,6 +132,54 @@ def test_local_environment_lives_beside_the_library():
     assert os.environ["ZERKO-SETTINGS"] == env.get_settings_directory()
     assert os.environ["ZERKO-TARGET"] == "standalone"
     assert zerko._LocalEnv().get_settings_directory() == env.get_settings_directory()  # finds, creates nothing
+
+
+def test_read_only_install_keeps_its_files_in_the_home_directory():
+    # The package is installed in a folder that cannot be written. Root writes
+    # through permissions, so for root the folder is made immutable instead.
+    base = tempfile.mkdtemp()
+    package = os.path.join(base, "site", "zerko")
+    immutable = False
+    try:
+        os.makedirs(package)
+        installed = os.path.dirname(zerko._core.__file__)
+        for name in ("__init__.py", os.path.basename(zerko._core.__file__)):
+            os.symlink(os.path.join(installed, name), os.path.join(package, name))
+        os.chmod(package, 0o555)
+        if os.getuid() == 0:
+            immutable = subprocess.run(["chattr", "+i", package], capture_output=True).returncode == 0
+            if not immutable:
+                pytest.skip("no way to make a folder read-only for root here")
+        home = os.path.join(base, "home")
+        os.mkdir(home)
+        script = """
+            import logging, os, sys
+            logging.basicConfig(level=logging.INFO, format="%(levelname)s %(message)s")
+            import zerko
+            sys.path.insert(0, sys.argv[1])
+            from conftest import host_layer
+            api = zerko.Api(host_layer.MemoryScene({"objects": []}), None)
+            zerko.Logger._flush()
+            print(api.env.root)
+            print(api.env.get_settings_directory())
+        """
+        environ = dict(os.environ, HOME=home, PYTHONPATH=os.path.dirname(package))
+        environ.pop("USERPROFILE", None)
+        run = subprocess.run([sys.executable, "-c", textwrap.dedent(script), os.path.dirname(__file__)], env=environ,
+                             timeout=60, capture_output=True, text=True)
+        assert run.returncode == 0, run.stderr
+        root, settings = run.stdout.split()
+        assert root == os.path.join(home, ".zerko") and settings == os.path.join(root, "standalone")
+        assert os.path.isdir(os.path.join(settings, "projects"))
+        assert not os.path.exists(os.path.join(package, ".zerko"))
+        notes = [l for l in run.stderr.splitlines() if l.startswith("INFO") and "cannot be written" in l]
+        assert len(notes) == 1 and root in notes[0]
+    finally:
+        if immutable:
+            subprocess.run(["chattr", "-i", package])
+        if os.path.isdir(package):
+            os.chmod(package, 0o755)
+        shutil.rmtree(base, ignore_errors=True)
 
 
 def test_host_environment_publishes_process_variables(environment):

@@ -8,6 +8,7 @@ import time
 import pytest
 
 import zerko
+from conftest import run_script
 
 
 def test_str_type_and_conversions():
@@ -127,6 +128,40 @@ def test_logger_flushes_at_interpreter_exit(tmp_path):
     lines = target.read_text().splitlines()
     assert len([l for l in lines if l.startswith("line ")]) == 500
     assert "Fatal" not in run.stderr and "Abort" not in run.stderr
+
+
+def test_logger_never_waits_on_itself_or_on_a_logging_thread(tmp_path):
+    # A handler that flushes runs on the logger's own worker.
+    flushing = run_script("""
+        import logging, sys, zerko
+        seen = []
+        class Flushing(logging.Handler):
+            def emit(self, record):
+                seen.append(record.getMessage())
+                zerko.Logger._flush()
+        logging.getLogger().addHandler(Flushing())
+        logging.getLogger().setLevel(logging.INFO)
+        zerko.Logger.info("first")
+        zerko.Logger.info("second")
+        zerko.Logger._flush()
+        print(",".join(seen))
+    """)
+    assert flushing.returncode == 0, flushing.stderr
+    assert flushing.stdout.strip() == "first,second"
+    # A daemon thread that never stops logging must not keep the process from
+    # ending (what it queued beyond what can be delivered in time is dropped).
+    daemon = run_script("""
+        import logging, sys, threading, time, zerko
+        logging.getLogger().addHandler(logging.StreamHandler(open(sys.argv[1], "w")))
+        logging.getLogger().setLevel(logging.INFO)
+        def chatter():
+            while True:
+                zerko.Logger.info("chatter")
+        threading.Thread(target=chatter, daemon=True).start()
+        time.sleep(0.5)
+        zerko.Logger.info("last word")
+    """, tmp_path / "log.txt")
+    assert daemon.returncode == 0, daemon.stderr
 
 
 def test_callbacks_register_once_and_survive_failures(log):

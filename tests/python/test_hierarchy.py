@@ -1,4 +1,5 @@
 """The snapshot and the matching engine through the Python face, with a host operator."""
+import os
 import re
 import sys
 import threading
@@ -8,7 +9,7 @@ from types import SimpleNamespace as NS
 import pytest
 
 import zerko
-from conftest import host_layer
+from conftest import host_layer, run_script
 
 
 def rule(stamp, regex, minimum=1, maximum=1, types=("transform",), name=None):
@@ -167,3 +168,101 @@ def test_wrong_types_from_python_raise_type_error(engine):
     liar = Liar({"objects": [{"name": "a", "type": "mesh"}]})
     with pytest.raises(TypeError):
         zerko.Scene._Virtual(liar).upload(["|a"])
+
+
+def test_wrong_guess_leaves_the_anchor_state_as_it_was(engine):
+    search = zerko._Hierarchy.Search(engine._virtual)
+    state = search.logic.state
+    state.set({"<asset:[a-z]+[0-9]+>": set()})
+    grp = engine._hierarchy.pattern.get()
+    roots = engine._virtual.get_children("|assets")
+    assert len(search.layer(roots[:1], grp)) == 1
+    # A layer that settles its captures leaves the state as a fresh copy of it.
+    before = state.clone()
+    assert state == before and hash(state) == hash(before)
+    # The group rule admits one object: two make a wrong guess, whose captures are taken back.
+    assert search.layer(roots, grp).is_empty()
+    assert state.expressions == before.expressions
+    assert state == before and hash(state) == hash(before)
+    # Equal captures in another order hash alike; other captures do not.
+    other = zerko._Hierarchy.Anchor._State()
+    other.set({"<asset:[a-z]+[0-9]+>": {("rock0001", "|assets|rock0001_grp"), ("rock0002", "|assets|rock0002_grp")}})
+    again = zerko._Hierarchy.Anchor._State()
+    again.set({"<asset:[a-z]+[0-9]+>": {("rock0002", "|assets|rock0002_grp"), ("rock0001", "|assets|rock0001_grp")}})
+    assert other == again and other != before
+
+
+# Each case below hung or crashed the interpreter before it was handled, so
+# each runs in an interpreter of its own.
+PRELUDE = """
+    import logging, sys, threading, time, zerko
+    sys.path.insert(0, sys.argv[1])
+    from conftest import host_layer, run_script
+"""
+
+
+def test_snapshot_cuts_a_cycle_and_says_so_once():
+    run = run_script(PRELUDE + """
+    class Cyclic(host_layer.MemoryScene):
+        # a broken scene: "|a|b" lists its parent and itself among its children
+        def get_children(self, path):
+            children = super().get_children(path)
+            return children + ["|a", "|a|b"] if path == "|a|b" else children
+
+    warnings = []
+    class Keep(logging.Handler):
+        def emit(self, record):
+            warnings.append(record.getMessage())
+    logging.getLogger().addHandler(Keep(logging.WARNING))
+    virtual = zerko.Scene._Virtual(Cyclic({"objects": [{"name": "a", "type": "transform", "children": [
+        {"name": "b", "type": "transform", "children": [{"name": "c", "type": "mesh"}]}]}]}))
+    virtual.upload(["|a"])
+    zerko.Logger._flush()
+    print(len(virtual), virtual.get_children("|a|b"), len([w for w in warnings if "cycle" in w]))
+    """, os.path.dirname(__file__))
+    assert run.returncode == 0, run.stderr
+    assert run.stdout.split("\n")[0] == "3 ['|a|b|c'] 1"
+
+
+def test_snapshot_refuses_use_while_it_uploads():
+    meddling = run_script(PRELUDE + """
+    class Meddling(host_layer.MemoryScene):
+        def get_type(self, path):
+            if path == "|a|b":
+                self.virtual.offload()
+            return super().get_type(path)
+
+    scene = Meddling({"objects": [{"name": "a", "type": "transform", "children": [{"name": "b", "type": "mesh"}]}]})
+    scene.virtual = zerko.Scene._Virtual(scene)
+    try:
+        scene.virtual.upload(["|a"])
+    except RuntimeError as e:
+        print("refused:", e)
+    scene.virtual.offload()  # once the upload has ended, the snapshot is free again
+    """, os.path.dirname(__file__))
+    assert meddling.returncode == 0, meddling.stderr
+    assert meddling.stdout.startswith("refused:") and "offload" in meddling.stdout
+
+    threads = run_script(PRELUDE + """
+    class Slow(host_layer.MemoryScene):
+        def get_type(self, path):
+            time.sleep(0.002)
+            return super().get_type(path)
+
+    virtual = zerko.Scene._Virtual(Slow({"objects": [{"name": "o%d" % i, "type": "mesh"} for i in range(300)]}))
+    roots = ["|o%d" % i for i in range(300)]
+    errors = []
+    def upload():
+        try:
+            for _ in range(3):
+                virtual.upload(roots)
+        except RuntimeError as e:
+            errors.append(str(e))
+    workers = [threading.Thread(target=upload) for _ in range(2)]
+    for w in workers: w.start()
+    for w in workers: w.join()
+    print(len(errors), all("upload" in e for e in errors))
+    """, os.path.dirname(__file__), timeout=60)
+    assert threads.returncode == 0, threads.stderr
+    count, named = threads.stdout.split()
+    assert int(count) >= 1 and named == "True"

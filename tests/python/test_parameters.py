@@ -127,29 +127,33 @@ def test_inputs_shadow_the_tasks_own_names():
 
 
 @pytest.mark.parametrize(
-    "declaration",
+    "declaration, message",
     [
-        lambda: P.IntRange("x", value=True),
-        lambda: P.IntRange("x", minimum=0.0),
-        lambda: P.IntRange("x", units=None),
-        lambda: P.FloatRange("x", step=1),
-        lambda: P.FloatRange("x", precision=2.0),
-        lambda: P.RegEx("x", text=5),
-        lambda: P.Switch("x", enabled=1),
-        lambda: P.Switch("x", label=b"label"),
-        lambda: P.TextInput("text", enabled="yes"),
-        lambda: P.TextMatch(3),
-        lambda: P.ComboBox.Item("x", selected=None),
-        lambda: P.ComboBox("x", [P.ComboBox.Item("a"), "b"]),
-        lambda: P.TextInputList("x", [P.TextMatch()]),
-        lambda: P.IntSlice(P.IntRange("start"), 5),
-        lambda: P.IntSliceList("x", (1, 2)),
+        (lambda: P.IntRange("limit", value="ten"), "value must be an integer, not str 'ten'"),
+        (lambda: P.IntRange("x", value=True), "value must be an integer, not bool True"),
+        (lambda: P.IntRange("x", minimum=0.0), "minimum must be an integer, not float 0.0"),
+        (lambda: P.IntRange("x", units=None), "units must be a string, not NoneType"),
+        (lambda: P.FloatRange("x", step=1), "step must be a float, not int 1"),
+        (lambda: P.FloatRange("x", precision=2.0), "precision must be an integer, not float 2.0"),
+        (lambda: P.RegEx("x", text=5), "text must be a string, not int 5"),
+        (lambda: P.Switch("x", enabled=1), "enabled must be a boolean, not int 1"),
+        (lambda: P.Switch("x", label=b"label"), "label must be a string, not bytes b'label'"),
+        (lambda: P.TextInput("text", enabled="yes"), "enabled must be a boolean, not str 'yes'"),
+        (lambda: P.TextMatch(3), "text must be a string, not int 3"),
+        (lambda: P.ComboBox.Item("x", selected=None), "selected must be a boolean, not NoneType"),
+        (lambda: P.ComboBox("x", [P.ComboBox.Item("a"), "b"]),
+         "items[1] must be a Parameters.ComboBox.Item, not str 'b'"),
+        (lambda: P.TextInputList("x", [P.TextMatch()]), "items[0] must be a Parameters.TextInput, not TextMatch"),
+        (lambda: P.IntSlice(P.IntRange("start"), 5), "stop must be a Parameters.IntRange, not int 5"),
+        (lambda: P.IntSliceList("x", (1, 2)), "default must be a Parameters.IntSlice, not tuple (1, 2)"),
+        (lambda: P.IntRange("x").__setattr__("maximum", "9"), "maximum must be an integer, not str '9'"),
+        (lambda: P.IntRange("x", value="v" * 500), "value must be an integer, not str 'vvv"),
     ],
 )
-def test_declarations_of_the_wrong_type_raise_a_plain_type_error(declaration):
+def test_a_wrong_argument_is_named_with_what_it_must_be_and_what_it_was(declaration, message):
     with pytest.raises(TypeError) as caught:
         declaration()
-    assert str(caught.value) == ""
+    assert str(caught.value).startswith(message) and len(str(caught.value)) < 120
 
 
 def test_attribute_names_are_checked_first():

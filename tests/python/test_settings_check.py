@@ -103,6 +103,10 @@ def test_directory_list_approves_embeds_and_joins(tmp_path):
     listing.append(str(tmp_path / "a"))  # a plain string is not a directory
     listing.insert(0, Check.Directory("b2", str(tmp_path / "b")))
     assert [d.name for d in listing] == ["b2", "a", "b"]
+    # Only a loaded module is embedded; anything else is ignored without a word.
+    for not_a_module in (None, "text", 42, object()):
+        listing.embed(not_a_module)
+    assert listing._embedded is None and len(listing) == 3
     listing.embed(Module)
     embedded = listing._embedded
     assert embedded.name == "Default" and embedded.locked and embedded == str(tmp_path / "pack")

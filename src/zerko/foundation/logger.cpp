@@ -1,5 +1,7 @@
 #include "zerko/foundation/logger.hpp"
 
+#include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -67,6 +69,7 @@ public:
             std::lock_guard lock(mutex_);
             if (stopped_ || stopping_) return;
             stopping_ = true;
+            deadline_ = std::chrono::steady_clock::now() + drain_time;
             wake_.notify_one();
             // A handler that shuts the logger down runs on the worker, which
             // cannot join itself: it ends on its own once the queue is empty.
@@ -94,11 +97,23 @@ private:
         while (true) {
             wake_.wait(lock, [&] { return !queue_.empty() || stopping_; });
             if (queue_.empty() && stopping_) return;
-            // Everything queued goes in one batch: a sink that must wait for
-            // an interpreter waits once for all of it, not once per message,
-            // and keeps up with threads that log in a tight loop.
-            batch.assign(std::make_move_iterator(queue_.begin()), std::make_move_iterator(queue_.end()));
-            queue_.clear();
+            if (stopping_ && std::chrono::steady_clock::now() > deadline_) {
+                // A thread that logged in a tight loop may have queued more
+                // than the host's handlers can take before the process is
+                // to end: the rest is dropped, and that is said once.
+                StderrSink{}.deliver(LogLevel::Warning, "zerko: " + std::to_string(queue_.size()) +
+                                                            " log messages dropped at shutdown");
+                queue_.clear();
+                return;
+            }
+            // What is queued goes in batches: a sink that must wait for an
+            // interpreter waits once per batch, not once per message, and
+            // keeps up with threads that log in a tight loop. Batches are
+            // bounded so that a shutdown sees its deadline between them.
+            const auto count = std::min<std::size_t>(queue_.size(), 4096);
+            batch.assign(std::make_move_iterator(queue_.begin()),
+                         std::make_move_iterator(queue_.begin() + static_cast<std::ptrdiff_t>(count)));
+            queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(count));
             auto sink = sink_;
             lock.unlock();
             // No catch-all here: a thread ended by the runtime while it waits
@@ -119,6 +134,9 @@ private:
     std::thread::id worker_id_;
     std::uint64_t issued_ = 0, delivered_ = 0;
     bool stopping_ = false, stopped_ = false;
+    // How long shutdown goes on delivering what is queued.
+    static constexpr std::chrono::seconds drain_time{2};
+    std::chrono::steady_clock::time_point deadline_;
 };
 
 Worker& worker() {

@@ -26,8 +26,9 @@ ComboBox::ComboBox(std::string attr_name, std::vector<ItemPtr> items, std::strin
 void ComboBox::build(std::vector<ItemPtr> items) {
     array_.clear();
     std::set<std::string, std::less<>> names;
-    for (auto& item : items) {
-        if (!item) throw TypeError("");
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        auto& item = items[i];
+        if (!item) throw ElementTypeError(i);
         if (names.contains(item->attr())) throw error::AttributeNameRepeat();
         names.insert(item->attr());
         array_.push_back(std::move(item));

@@ -16,10 +16,23 @@
 #include <vector>
 
 #include "zerko/file/json.hpp"
+#include "zerko/foundation/errors.hpp"
 
 namespace zerko::parameters {
 
 using Document = file::Document;
+
+/// An element of a declared list (of a list input or a combo box) that is
+/// missing or of the wrong kind; `index` is its place in the list.
+class ElementTypeError : public TypeError {
+public:
+    explicit ElementTypeError(std::size_t index)
+        : TypeError("items[" + std::to_string(index) + "] is not an element of this input"), index_(index) {}
+    std::size_t index() const noexcept { return index_; }
+
+private:
+    std::size_t index_;
+};
 
 /// Anything that may stand in a declaration: an input or a group. Hosts may
 /// add node kinds of their own (the Python face wraps foreign objects).

@@ -7,8 +7,8 @@ namespace zerko::parameters {
 namespace {
 
 template <typename T>
-std::shared_ptr<T> require(std::shared_ptr<T> element) {
-    if (!element) throw TypeError("");
+std::shared_ptr<T> require(std::shared_ptr<T> element, const char* what) {
+    if (!element) throw TypeError(std::string(what) + " is missing");
     return element;
 }
 
@@ -37,7 +37,7 @@ std::shared_ptr<TextMatch> TextMatch::from_data(const Document& data, std::strin
 }
 
 IntSlice::IntSlice(std::shared_ptr<IntRange> start, std::shared_ptr<IntRange> stop)
-    : start(require(std::move(start))), stop(require(std::move(stop))) {}
+    : start(require(std::move(start), "start")), stop(require(std::move(stop), "stop")) {}
 
 Document IntSlice::data() const { return Document{{"start", start->data()}, {"stop", stop->data()}}; }
 
@@ -107,7 +107,7 @@ std::shared_ptr<Input> TextMatchList::clone() const {
 
 namespace {
 const IntSlice& checked_default(const std::shared_ptr<IntSlice>& slice) {
-    if (!slice) throw TypeError("");
+    if (!slice) throw TypeError("default is missing");
     return *slice;
 }
 }  // namespace

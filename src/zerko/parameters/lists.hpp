@@ -73,13 +73,13 @@ public:
         if (index >= array_.size()) throw std::out_of_range("pop index out of range");
         array_.erase(array_.begin() + static_cast<std::ptrdiff_t>(index));
     }
-    /// Replaces the elements; a null element raises TypeError.
+    /// Replaces the elements; a null element raises ElementTypeError.
     void build(std::vector<ElementPtr> items) {
         array_.clear();
-        for (auto& item : items) {
-            if (!item) throw TypeError("");
-            shape(*item);
-            array_.push_back(std::move(item));
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            if (!items[i]) throw ElementTypeError(i);
+            shape(*items[i]);
+            array_.push_back(std::move(items[i]));
         }
     }
 
