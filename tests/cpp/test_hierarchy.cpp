@@ -466,3 +466,45 @@ TEST(Virtual, ANewSnapshotOverASmallerOrLargerOneHoldsOnlyItself) {
     EXPECT_EQ(snapshot.get_type("|grp299|part299_2"), "mesh");
     EXPECT_EQ(snapshot.get_locations(groups).size(), 300u);
 }
+
+TEST(Virtual, ACycleInTheHostsDataIsCutAndTheWalkGoesOn) {
+    // "|a|b" lists its parent among its children. Reading "|a" again would
+    // loop, and would replace the children list that "|a|c" still waits in.
+    class Cyclic : public MemoryScene {
+    public:
+        scene::Paths get_children(const std::string& path) const override {
+            auto children = MemoryScene::get_children(path);
+            if (path == "|a|b") children.push_back("|a");
+            return children;
+        }
+    };
+    auto scene = std::make_shared<Cyclic>();
+    const auto a = scene->add("", "a", "transform");
+    const auto b = scene->add(a, "b", "transform");
+    const auto c = scene->add(a, "c", "mesh");
+    scene::Virtual snapshot(scene);
+    snapshot.upload({a});
+    EXPECT_EQ(snapshot.size(), 3u);
+    EXPECT_EQ(snapshot.get_children(b), scene::Paths{});
+    EXPECT_TRUE(snapshot.find(b)->child_locations.empty());
+    EXPECT_EQ(snapshot.find(a)->child_locations, (std::vector<const scene::Location*>{snapshot.find(b), snapshot.find(c)}));
+    snapshot.upload({a});  // and again over the entries of the first snapshot
+    EXPECT_EQ(snapshot.size(), 3u);
+    EXPECT_EQ(snapshot.get_children(a), (scene::Paths{b, c}));
+}
+
+TEST(Anchor, StateHashFollowsTheCapturesInAnyOrder) {
+    AnchorState one, two;
+    one.set({{"<k:x>", {{"1", "|p"}, {"2", "|q"}}}});
+    two.set({{"<k:x>", {{"2", "|q"}, {"1", "|p"}}}});
+    EXPECT_TRUE(one == two);
+    const auto before = one.clone();
+    const auto mark = one.mark();
+    one.add(0, {"3", "|r"});
+    one.make_hash();
+    EXPECT_FALSE(one == before);
+    one.rollback(mark);
+    one.make_hash();
+    EXPECT_TRUE(one == before);
+    EXPECT_EQ(one.get_hash(), before.get_hash());
+}
