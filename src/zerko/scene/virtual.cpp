@@ -122,22 +122,12 @@ std::pair<Virtual::Entry*, Virtual::Met> Virtual::upload_one(const std::string& 
     if (found) {
         // The path stays; the rest is read anew.
         entry = found;
-        entry->exists = false;
-        entry->parent.clear();
-        entry->location.name.clear();
-        entry->location.type.clear();
-        entry->location.children.clear();
-        entry->location.child_locations.clear();
+        entry->forget();
         met = Met::Again;
     } else {
         if (used_ < entries_.size()) {
             entry = &entries_[used_];
-            entry->exists = false;
-            entry->parent.clear();
-            entry->location.name.clear();
-            entry->location.type.clear();
-            entry->location.children.clear();
-            entry->location.child_locations.clear();
+            entry->forget();
         } else {
             entry = &entries_.emplace_back();
         }

@@ -63,6 +63,16 @@ private:
         bool on_branch = false;  // an ancestor of the object the upload reads now
         std::string parent;
         Location location;
+        /// Drops what was read of the object but its path, keeping the
+        /// buffers' capacity for the next read.
+        void forget() {
+            exists = false;
+            parent.clear();
+            location.name.clear();
+            location.type.clear();
+            location.children.clear();
+            location.child_locations.clear();
+        }
     };
     enum class Met { New, Again, Ancestor };
     /// Reads one object and tells whether its path was new, known already, or
