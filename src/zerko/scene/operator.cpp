@@ -50,6 +50,8 @@ std::string Operator::file_dialog(const std::string&, const std::string&, const 
 JsonDocument Operator::query_filedata() const { abstract("query_filedata"); }
 void Operator::embed_filedata(const JsonDocument&) { abstract("embed_filedata"); }
 void Operator::erase_filedata() { abstract("erase_filedata"); }
+void Operator::postscript_scan_append(const std::shared_ptr<DataJoint>&) { abstract("postscript_scan_append"); }
+void Operator::postscript_scan_remove(const std::shared_ptr<DataJoint>&) { abstract("postscript_scan_remove"); }
 
 std::string Operator::name_from_path(std::string_view path) {
     const auto last = path.find_last_of("|/");

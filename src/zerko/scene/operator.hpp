@@ -12,6 +12,7 @@
 #include "zerko/foundation/json_document.hpp"
 
 #include "zerko/constants/type_mapping.hpp"
+#include "zerko/scene/joint.hpp"
 
 namespace zerko::scene {
 
@@ -65,6 +66,10 @@ public:
     virtual JsonDocument query_filedata() const;
     virtual void embed_filedata(const JsonDocument& data);
     virtual void erase_filedata();
+    /// Called by the scanner for each joint it finds, so that the host may mark the object.
+    virtual void postscript_scan_append(const std::shared_ptr<DataJoint>& joint);
+    /// Called for each joint that leaves the buffer.
+    virtual void postscript_scan_remove(const std::shared_ptr<DataJoint>& joint);
 
     /// Called by the snapshot around a walk of many queries; an operator may
     /// keep per-walk state (the Python face keeps the host's own path
