@@ -3,6 +3,7 @@
 #include "common.hpp"
 #include "scene_trampolines.hpp"
 #include "zerko/api/api.hpp"
+#include "zerko/api/scene.hpp"
 #include "zerko/api/environment.hpp"
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/paths.hpp"
@@ -109,9 +110,14 @@ void python_setenv(const std::string& name, const std::string& value) {
 /// A service handed out to Python (or a check run holding the operator) adds
 /// a share, and the operator is kept until it is gone.
 bool owns_operator(const api::Api& a) {
-    // The operator: the Api and its scene snapshot. The snapshot: the Api, the
-    // hierarchy and the hierarchy's search.
-    return a.op().use_count() == 2 && a.virtual_scene().use_count() == 3 && a.hierarchy().use_count() == 1;
+    // The operator: the Api, its scene snapshot, the buffer, the scanner and
+    // the scene component. The snapshot: the Api, the hierarchy, the
+    // hierarchy's search, the buffer and the scanner. The hierarchy: the Api,
+    // the buffer, the scanner and the scene component. The buffer: the
+    // scanner and the scene component; the scanner: the scene component.
+    const auto& scene = a.scene();
+    return a.op().use_count() == 5 && a.virtual_scene().use_count() == 5 && a.hierarchy().use_count() == 4 &&
+           scene.use_count() == 1 && scene->buffer().use_count() == 2 && scene->scanner().use_count() == 1;
 }
 
 int traverse_api(api::Api& a, visitproc visit, void* arg) {
@@ -191,7 +197,8 @@ void bind_api(nb::module_& m) {
     m.attr("version") = version;
 
     using CollectedApi = CollectedType<api::Api, traverse_api, clear_api>;
-    nb::class_<api::Api>(m, "Api", nb::dynamic_attr(), nb::type_slots(CollectedApi::slots), "A common class to have access to all program components.")
+    nb::class_<api::Api> api_cls(m, "Api", nb::dynamic_attr(), nb::type_slots(CollectedApi::slots), "A common class to have access to all program components.");
+    api_cls
         .def(
             "__init__",
             [](api::Api* self, std::shared_ptr<scene::Operator> op, nb::handle environment, nb::handle export_options,
@@ -218,7 +225,18 @@ void bind_api(nb::module_& m) {
         .def_prop_ro("_virtual", &api::Api::virtual_scene)
         .def_prop_ro("_hierarchy", &api::Api::hierarchy)
         .def_prop_ro("_classes", &api::Api::classes)
+        .def_prop_ro("scene", &api::Api::scene)
         .def("shutdown", &api::Api::shutdown);
+
+    nb::class_<api::Scene>(api_cls, "_Scene", "Scanner, hierarchy and buffer of the open scene.")
+        .def_prop_ro("scanner", &api::Scene::scanner)
+        .def_prop_ro("hierarchy", &api::Scene::hierarchy)
+        .def_prop_ro("buffer", &api::Scene::buffer)
+        .def("directory_dialog", [](api::Scene& s, const std::string& start) -> nb::object {
+            const auto path = s.directory_dialog(start);
+            return path ? text(*path) : nb::none();
+        }, nb::arg("start"))
+        .def("_load_buffer", &api::Scene::load_buffer, nb::call_guard<nb::gil_scoped_release>());
 }
 
 }  // namespace zerko::py

@@ -14,6 +14,22 @@ zerko::JsonDocument to_json_result(nb::handle v, const char* what) {
     }
 }
 
+zerko::JsonDocument filedata_result(nb::handle v, const char* what) {
+    if (v.is_none()) return zerko::JsonDocument::array();
+    auto convert = [](nb::handle item) {
+        try {
+            return to_json(item);
+        } catch (const std::exception&) {
+            return zerko::JsonDocument();
+        }
+    };
+    if (!PyList_Check(v.ptr()) && !PyTuple_Check(v.ptr())) return convert(v);
+    (void)what;
+    zerko::JsonDocument out = zerko::JsonDocument::array();
+    for (nb::handle item : v) out.push_back(convert(item));
+    return out;
+}
+
 namespace {
 
 // A Python context manager held open for the life of a C++ scope.
@@ -147,6 +163,8 @@ void bind_scene(nb::module_& m) {
         .def("query_filedata", &Operator::query_filedata)
         .def("embed_filedata", &Operator::embed_filedata, nb::arg("data"))
         .def("erase_filedata", &Operator::erase_filedata)
+        .def("postscript_scan_append", &Operator::postscript_scan_append, nb::arg("joint"))
+        .def("postscript_scan_remove", &Operator::postscript_scan_remove, nb::arg("joint"))
         .def_static("name_from_path", [](std::string_view p) { return to_str(nb::str(Operator::name_from_path(p).c_str())); },
                     nb::arg("path"));
 }

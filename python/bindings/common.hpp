@@ -35,6 +35,7 @@ void bind_constants(nb::module_& m);
 void bind_scene(nb::module_& m);
 void bind_api(nb::module_& m);
 void bind_hierarchy(nb::module_& m);
+void bind_scan(nb::module_& m);
 void bind_file(nb::module_& m);
 void bind_statistics(nb::module_& m);
 void bind_settings(nb::module_& m);

@@ -13,6 +13,7 @@ NB_MODULE(_core, m) {
     zerko::py::bind_constants(m);
     zerko::py::bind_scene(m);
     zerko::py::bind_hierarchy(m);
+    zerko::py::bind_scan(m);
     zerko::py::bind_file(m);
     zerko::py::bind_statistics(m);
     zerko::py::bind_parameters(m);

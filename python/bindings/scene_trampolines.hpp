@@ -23,6 +23,10 @@ namespace zerko::py {
 inline bool to_bool(nb::handle v, const char*) { return PyObject_IsTrue(v.ptr()) == 1; }
 inline void to_void(nb::handle, const char*) {}
 zerko::JsonDocument to_json_result(nb::handle v, const char* what);
+/// The host's stored scene data, element by element: an element that is not
+/// JSON-shaped becomes null, which the buffer drops and reports, so one bad
+/// element does not cost the others.
+zerko::JsonDocument filedata_result(nb::handle v, const char* what);
 
 /// Shared overrides of the four query operations.
 template <typename Base>
@@ -148,12 +152,18 @@ public:
                        starting, caption, file_filter);
     }
     zerko::JsonDocument query_filedata() const override {
-        ZERKO_OVERRIDE("query_filedata", to_json_result, Base::query_filedata());
+        ZERKO_OVERRIDE("query_filedata", filedata_result, Base::query_filedata());
     }
     void embed_filedata(const zerko::JsonDocument& data) override {
         ZERKO_OVERRIDE("embed_filedata", to_void, Base::embed_filedata(data), from_json(data));
     }
     void erase_filedata() override { ZERKO_OVERRIDE("erase_filedata", to_void, Base::erase_filedata()); }
+    void postscript_scan_append(const std::shared_ptr<scene::DataJoint>& joint) override {
+        ZERKO_OVERRIDE("postscript_scan_append", to_void, Base::postscript_scan_append(joint), joint);
+    }
+    void postscript_scan_remove(const std::shared_ptr<scene::DataJoint>& joint) override {
+        ZERKO_OVERRIDE("postscript_scan_remove", to_void, Base::postscript_scan_remove(joint), joint);
+    }
     std::shared_ptr<void> begin_queries() override;
 };
 

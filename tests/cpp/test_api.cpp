@@ -25,9 +25,9 @@ std::vector<std::string> names(const constants::Mask::Set& set) {
     return out;
 }
 
-class TableScene : public scene::Operator {
+class TableScene : public test_support::HostlessScene {
 public:
-    TableScene() : Operator({{"xform", "transform"}, {"poly", "mesh"}}) {}
+    TableScene() : HostlessScene({{"xform", "transform"}, {"poly", "mesh"}}) {}
     scene::Paths get_selection() const override { return selection; }
     void select(const scene::Paths& paths) override { selection = paths; }
     void delete_callbacks() override { ++deleted; }

@@ -30,7 +30,7 @@ namespace {
 
 struct Workspace {
     ScratchDirectory dir;
-    api::Api api{std::make_shared<scene::Operator>(), std::make_shared<test_support::DirectoryEnv>(dir.path())};
+    api::Api api{std::make_shared<test_support::HostlessScene>(), std::make_shared<test_support::DirectoryEnv>(dir.path())};
     std::string projects = dir / "projects";
 
     std::string path(const std::string& name) const { return projects + "/" + name; }

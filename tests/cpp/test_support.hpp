@@ -12,8 +12,25 @@
 
 #include "zerko/api/environment.hpp"
 #include "zerko/foundation/logger.hpp"
+#include "zerko/scene/operator.hpp"
 
 namespace zerko::test_support {
+
+/// The least a host gives an Api: no stored data, and scene-opened handlers kept.
+class HostlessScene : public scene::Operator {
+public:
+    using Operator::Operator;
+    void register_scene_opened_callback(std::function<void()> function) override { opened.push_back(std::move(function)); }
+    JsonDocument query_filedata() const override { return filedata; }
+    void embed_filedata(const JsonDocument& data) override { filedata = data; }
+    void erase_filedata() override { filedata = JsonDocument::array(); }
+    /// Calls the handlers as a host does after it opened another scene.
+    void open_scene() {
+        for (const auto& f : opened) f();
+    }
+    std::vector<std::function<void()>> opened;
+    JsonDocument filedata = JsonDocument::array();
+};
 
 /// A fresh directory under the temporary directory, removed with its content at the end.
 class ScratchDirectory {

@@ -1,5 +1,7 @@
 #include "zerko/api/api.hpp"
 
+#include "zerko/api/scene.hpp"
+
 #include "zerko/foundation/assertions.hpp"
 #include "zerko/foundation/errors.hpp"
 
@@ -23,6 +25,11 @@ Api::Api(std::shared_ptr<scene::Operator> op, std::shared_ptr<Environment> envir
     classes_ = std::make_shared<check::Classes>(directories, std::move(checks.source));
     virtual_ = std::make_shared<scene::Virtual>(op_);
     hierarchy_ = std::make_shared<hierarchy::Hierarchy>(virtual_, classes_);
+    auto buffer = std::make_shared<scan::Buffer>(op_, virtual_, hierarchy_);
+    // Built last among the scene services: it loads the current project and
+    // the open scene's buffer, and registers for the scenes opened later.
+    scene_ = std::make_shared<Scene>(*this, op_, virtual_, hierarchy_, std::move(buffer));
+    scene_->start();
 }
 
 void Api::shutdown() {

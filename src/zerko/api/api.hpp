@@ -12,12 +12,15 @@
 #include "zerko/constants/mask.hpp"
 #include "zerko/foundation/callbacks.hpp"
 #include "zerko/hierarchy/hierarchy.hpp"
+#include "zerko/scan/buffer.hpp"
 #include "zerko/scene/virtual.hpp"
 #include "zerko/scene/operator.hpp"
 #include "zerko/settings/settings.hpp"
 #include "zerko/statistics/statistics.hpp"
 
 namespace zerko::api {
+
+class Scene;
 
 /// The library's version: major, minor, patch.
 inline constexpr std::array<int, 3> version{0, 8, 20};
@@ -58,6 +61,8 @@ public:
     /// The scene snapshot and the matching engine, built for the components.
     const std::shared_ptr<scene::Virtual>& virtual_scene() const noexcept { return virtual_; }
     const std::shared_ptr<hierarchy::Hierarchy>& hierarchy() const noexcept { return hierarchy_; }
+    /// The scene component: scanner, hierarchy and buffer of the open scene.
+    const std::shared_ptr<Scene>& scene() const noexcept { return scene_; }
 
 private:
     std::shared_ptr<scene::Operator> op_;
@@ -68,6 +73,7 @@ private:
     std::shared_ptr<check::Classes> classes_;
     std::shared_ptr<scene::Virtual> virtual_;
     std::shared_ptr<hierarchy::Hierarchy> hierarchy_;
+    std::shared_ptr<Scene> scene_;
 };
 
 }  // namespace zerko::api
