@@ -30,6 +30,86 @@ zerko::JsonDocument filedata_result(nb::handle v, const char* what) {
     return out;
 }
 
+nb::object from_json_bulk(const zerko::JsonDocument& data) {
+    const int was_enabled = PyGC_Disable();
+    try {
+        nb::object out = from_json(data);
+        if (was_enabled) PyGC_Enable();
+        return out;
+    } catch (...) {
+        if (was_enabled) PyGC_Enable();
+        throw;
+    }
+}
+
+namespace {
+
+// The stored buckets as Python values, made straight from the joints: the
+// keys are made once, and no intermediate document is built and freed.
+struct StoredToPython {
+    nb::object stamp = key("stamp"), name = key("name"), path = key("path"), type = key("type"),
+               children = key("children"), icon = key("icon"), color = key("color"), joint = key("joint"),
+               checked = key("checked"), opened = key("opened");
+
+    static nb::object key(const char* k) { return nb::steal(PyUnicode_InternFromString(k)); }
+    static void put(nb::handle dict, const nb::object& k, nb::object value) {
+        if (!value.is_valid() || PyDict_SetItem(dict.ptr(), k.ptr(), value.ptr()) != 0) throw nb::python_error();
+    }
+    static nb::object str(const std::string& s) {
+        return nb::steal(PyUnicode_DecodeUTF8(s.data(), static_cast<Py_ssize_t>(s.size()), "replace"));
+    }
+    nb::object of(const scene::DataJoint& j) const {
+        nb::object out = nb::steal(PyDict_New());
+        put(out, stamp, str(j.stamp));
+        put(out, name, str(j.name));
+        put(out, path, str(j.path));
+        put(out, type, str(j.type));
+        nb::object list = nb::steal(PyList_New(static_cast<Py_ssize_t>(j.children.size())));
+        if (!list.is_valid()) throw nb::python_error();
+        for (std::size_t i = 0; i < j.children.size(); ++i) {
+            PyList_SET_ITEM(list.ptr(), static_cast<Py_ssize_t>(i), of(*j.children[i]).release().ptr());
+        }
+        put(out, children, std::move(list));
+        put(out, icon, str(j.icon));
+        put(out, color, str(j.color));
+        return out;
+    }
+    nb::object of(scene::StoredBuckets buckets) const {
+        nb::object out = nb::steal(PyList_New(static_cast<Py_ssize_t>(buckets.size())));
+        if (!out.is_valid()) throw nb::python_error();
+        for (std::size_t i = 0; i < buckets.size(); ++i) {
+            nb::object item = nb::steal(PyDict_New());
+            put(item, joint, of(*buckets[i].joint));
+            put(item, name, str(*buckets[i].name));
+            put(item, checked, nb::bool_(buckets[i].checked));
+            put(item, opened, nb::bool_(buckets[i].opened));
+            PyList_SET_ITEM(out.ptr(), static_cast<Py_ssize_t>(i), item.release().ptr());
+        }
+        return out;
+    }
+};
+
+}  // namespace
+
+void PyOperator::embed_buckets(scene::StoredBuckets buckets) {
+    {
+        nb::gil_scoped_acquire gil;
+        // New plain values form no cycles: the collector is paused while they are made.
+        const int was_enabled = PyGC_Disable();
+        nb::object data;
+        try {
+            data = StoredToPython().of(buckets);
+        } catch (...) {
+            if (was_enabled) PyGC_Enable();
+            throw;
+        }
+        if (was_enabled) PyGC_Enable();
+        nb::object result = ZERKO_PY_OVERRIDE("embed_filedata", data);
+        if (result.is_valid()) return;
+    }
+    Base::embed_buckets(buckets);
+}
+
 namespace {
 
 // A Python context manager held open for the life of a C++ scope.

@@ -27,6 +27,10 @@ zerko::JsonDocument to_json_result(nb::handle v, const char* what);
 /// JSON-shaped becomes null, which the buffer drops and reports, so one bad
 /// element does not cost the others.
 zerko::JsonDocument filedata_result(nb::handle v, const char* what);
+/// from_json for large documents: the collector is paused while the values
+/// are made, since new plain values form no cycles and a collection every
+/// few hundred containers would walk the growing heap again and again.
+nb::object from_json_bulk(const zerko::JsonDocument& data);
 
 /// Shared overrides of the four query operations.
 template <typename Base>
@@ -155,9 +159,10 @@ public:
         ZERKO_OVERRIDE("query_filedata", filedata_result, Base::query_filedata());
     }
     void embed_filedata(const zerko::JsonDocument& data) override {
-        ZERKO_OVERRIDE("embed_filedata", to_void, Base::embed_filedata(data), from_json(data));
+        ZERKO_OVERRIDE("embed_filedata", to_void, Base::embed_filedata(data), from_json_bulk(data));
     }
     void erase_filedata() override { ZERKO_OVERRIDE("erase_filedata", to_void, Base::erase_filedata()); }
+    void embed_buckets(scene::StoredBuckets buckets) override;
     void postscript_scan_append(const std::shared_ptr<scene::DataJoint>& joint) override {
         ZERKO_OVERRIDE("postscript_scan_append", to_void, Base::postscript_scan_append(joint), joint);
     }

@@ -36,6 +36,14 @@ std::string replace_all(const std::string& text, const std::string& source, cons
     return out;
 }
 
+/// Views of the buckets in the form the operator stores.
+std::vector<scene::StoredBucket> stored(const Buckets& data) {
+    std::vector<scene::StoredBucket> out;
+    out.reserve(data.size());
+    for (const auto& b : data) out.push_back({b->joint.get(), &b->name(), b->checked, b->opened});
+    return out;
+}
+
 void walk(const std::shared_ptr<DataJoint>& joint, const std::function<void(DataJoint&)>& visit) {
     std::vector<DataJoint*> stack{joint.get()};
     while (!stack.empty()) {
@@ -172,12 +180,8 @@ Joints DataBucket::get_joints() const {
 }
 
 JsonDocument DataBucket::data() const {
-    JsonDocument out = JsonDocument::object();
-    out["joint"] = Buffer::joint_data(*joint);
-    out["name"] = name_;
-    out["checked"] = checked;
-    out["opened"] = opened;
-    return out;
+    const scene::StoredBucket view{joint.get(), &name_, checked, opened};
+    return scene::Operator::buckets_data({&view, 1}).front();
 }
 
 Buffer::Buffer(std::shared_ptr<scene::Operator> op, std::shared_ptr<scene::Virtual> virtual_scene,
@@ -250,10 +254,10 @@ void Buffer::erase() {
 }
 
 void Buffer::update() {
-    // Encoded first: the scene data is only erased once its replacement is ready.
-    const JsonDocument raw = encode(data_);
+    // Views of the buckets: nothing the host does between the two calls can change them.
+    const auto raw = stored(data_);
     operator_->erase_filedata();
-    operator_->embed_filedata(raw);
+    operator_->embed_buckets(raw);
 }
 
 void Buffer::sort(Joints& joints) {
@@ -354,27 +358,9 @@ Buckets Buffer::get_checked() const {
     return out;
 }
 
-JsonDocument Buffer::joint_data(const DataJoint& joint) {
-    JsonDocument out = JsonDocument::object();
-    out["stamp"] = joint.stamp;
-    out["name"] = joint.name;
-    out["path"] = joint.path;
-    out["type"] = joint.type;
-    JsonDocument children = JsonDocument::array();
-    children.get_ref<JsonDocument::array_t&>().reserve(joint.children.size());
-    for (const auto& child : joint.children) children.push_back(joint_data(*child));
-    out["children"] = std::move(children);
-    out["icon"] = joint.icon;
-    out["color"] = joint.color;
-    return out;
-}
+JsonDocument Buffer::joint_data(const DataJoint& joint) { return scene::Operator::joint_data(joint); }
 
-JsonDocument Buffer::encode(const Buckets& data) {
-    JsonDocument out = JsonDocument::array();
-    out.get_ref<JsonDocument::array_t&>().reserve(data.size());
-    for (const auto& bucket : data) out.push_back(bucket->data());
-    return out;
-}
+JsonDocument Buffer::encode(const Buckets& data) { return scene::Operator::buckets_data(stored(data)); }
 
 Buckets Buffer::decode(const JsonDocument& data) {
     Decoder decoder;

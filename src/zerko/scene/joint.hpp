@@ -4,6 +4,7 @@
 // it to the host and the buffer can write it into the scene file.
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,5 +35,14 @@ struct DataJoint {
 
     static constexpr std::string_view ghost_type = "ghost";
 };
+
+/// One stored hierarchy as the scene file holds it: a view of a bucket.
+struct StoredBucket {
+    const DataJoint* joint;
+    const std::string* name;
+    bool checked;
+    bool opened;
+};
+using StoredBuckets = std::span<const StoredBucket>;
 
 }  // namespace zerko::scene

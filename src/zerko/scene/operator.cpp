@@ -53,6 +53,37 @@ void Operator::erase_filedata() { abstract("erase_filedata"); }
 void Operator::postscript_scan_append(const std::shared_ptr<DataJoint>&) { abstract("postscript_scan_append"); }
 void Operator::postscript_scan_remove(const std::shared_ptr<DataJoint>&) { abstract("postscript_scan_remove"); }
 
+void Operator::embed_buckets(StoredBuckets buckets) { embed_filedata(buckets_data(buckets)); }
+
+JsonDocument Operator::joint_data(const DataJoint& joint) {
+    JsonDocument out = JsonDocument::object();
+    out["stamp"] = joint.stamp;
+    out["name"] = joint.name;
+    out["path"] = joint.path;
+    out["type"] = joint.type;
+    JsonDocument children = JsonDocument::array();
+    children.get_ref<JsonDocument::array_t&>().reserve(joint.children.size());
+    for (const auto& child : joint.children) children.push_back(joint_data(*child));
+    out["children"] = std::move(children);
+    out["icon"] = joint.icon;
+    out["color"] = joint.color;
+    return out;
+}
+
+JsonDocument Operator::buckets_data(StoredBuckets buckets) {
+    JsonDocument out = JsonDocument::array();
+    out.get_ref<JsonDocument::array_t&>().reserve(buckets.size());
+    for (const auto& b : buckets) {
+        JsonDocument item = JsonDocument::object();
+        item["joint"] = joint_data(*b.joint);
+        item["name"] = *b.name;
+        item["checked"] = b.checked;
+        item["opened"] = b.opened;
+        out.push_back(std::move(item));
+    }
+    return out;
+}
+
 std::string Operator::name_from_path(std::string_view path) {
     const auto last = path.find_last_of("|/");
     return std::string(last == std::string_view::npos ? path : path.substr(last + 1));

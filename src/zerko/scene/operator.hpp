@@ -66,6 +66,13 @@ public:
     virtual JsonDocument query_filedata() const;
     virtual void embed_filedata(const JsonDocument& data);
     virtual void erase_filedata();
+    /// Stores buckets: embed_filedata of their list of maps. A face may
+    /// override it to build its own values straight from the joints.
+    virtual void embed_buckets(StoredBuckets buckets);
+    /// The map of one joint and its children, as the scene file holds it.
+    static JsonDocument joint_data(const DataJoint& joint);
+    /// The list of maps of `buckets`.
+    static JsonDocument buckets_data(StoredBuckets buckets);
     /// Called by the scanner for each joint it finds, so that the host may mark the object.
     virtual void postscript_scan_append(const std::shared_ptr<DataJoint>& joint);
     /// Called for each joint that leaves the buffer.
