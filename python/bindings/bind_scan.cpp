@@ -18,6 +18,22 @@ using scene::DataJoint;
 
 using Release = nb::call_guard<nb::gil_scoped_release>;
 
+// A scan calls the host's hooks once per object found, and each call leaves
+// a few temporaries; the collector is paused meanwhile, so that those do not
+// set off collections that walk the host's whole scene again and again.
+class PausedCollector {
+public:
+    PausedCollector() : was_enabled_(PyGC_Disable()) {}
+    ~PausedCollector() {
+        if (was_enabled_) PyGC_Enable();
+    }
+    PausedCollector(const PausedCollector&) = delete;
+    PausedCollector& operator=(const PausedCollector&) = delete;
+
+private:
+    int was_enabled_;
+};
+
 nb::list joint_list(const scene::Joints& joints) {
     nb::list out;
     for (const auto& j : joints) out.append(nb::cast(j));
@@ -209,8 +225,16 @@ void bind_scan(nb::module_& m) {
             },
             nb::arg("api").none(), nb::arg("operator"), nb::arg("virtual"), nb::arg("hierarchy"), nb::arg("buffer"),
             nb::arg("callbacks"), nb::keep_alive<1, 2>(), nb::keep_alive<1, 7>())
-        .def("upload_buffer", &Scanner::upload_buffer, nb::arg("append") = false, Release())
-        .def("reload_buffer", &Scanner::reload_buffer, Release())
+        .def("upload_buffer", [](Scanner& s, bool append) {
+            PausedCollector paused;
+            nb::gil_scoped_release release;
+            return s.upload_buffer(append);
+        }, nb::arg("append") = false)
+        .def("reload_buffer", [](Scanner& s) {
+            PausedCollector paused;
+            nb::gil_scoped_release release;
+            s.reload_buffer();
+        })
         .def("_find_scope_roots", &Scanner::find_scope_roots, nb::arg("scene_roots"), Release())
         .def("_scan", [](Scanner& s, const scene::Paths& roots) {
             scan::Buckets out;

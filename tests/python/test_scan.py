@@ -276,6 +276,19 @@ def generated(rng):
     return NS(rules=rules, pattern=NS(children=[top])), {"objects": objects}
 
 
+def scope_roots_by_the_host(host, hierarchy):
+    """The roots as the host's own parents give them, one selected object at a time."""
+    ghost, out = hierarchy.pattern.get_ghost(), []
+    for path in host.get_selection():
+        while host.get_parent(path):
+            if hierarchy.is_ghost_root(ghost, path):
+                if path not in out:
+                    out.append(path)
+                break
+            path = host.get_parent(path)
+    return out
+
+
 def test_generated_scenes_keep_the_invariants(environment):
     rng = random.Random(14)
     api = zerko.Api(Host({"objects": []}), environment)
@@ -287,6 +300,10 @@ def test_generated_scenes_keep_the_invariants(environment):
         api.scene.hierarchy.pattern.set(record)
         paths = list(host.types)
         host._selection = rng.sample(paths, rng.randint(0, len(paths))) if rng.random() < 0.3 else paths
+        if api.scene.hierarchy.pattern.has_ghost():
+            scene_roots = host.get_selection_roots()
+            api._virtual.upload(scene_roots)
+            assert scanner._find_scope_roots(scene_roots) == scope_roots_by_the_host(host, api.scene.hierarchy)
         if not scanner.upload_buffer():
             continue
         scans += 1

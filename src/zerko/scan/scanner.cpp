@@ -1,5 +1,6 @@
 #include "zerko/scan/scanner.hpp"
 
+#include <deque>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -94,34 +95,49 @@ scene::Paths Scanner::find_scope_roots(const scene::Paths& scene_roots) {
         ghost->rule->admits_type(constants::scene::type::SceneRoot)) {
         return scene_roots;
     }
-    // Many selected objects share their ancestors: each path's answer is
-    // kept, so every object is climbed over once.
-    std::unordered_map<std::string, std::string> known;
+    // Many selected objects share their ancestors: each object's answer is
+    // kept, and whether an object stands under a ghost object (which depends
+    // on its parent alone) is worked out once per parent. Objects of the
+    // snapshot are climbed there; anything else takes the host's own walk.
+    std::unordered_map<const scene::Location*, const std::string*> known;
+    std::unordered_map<const scene::Location*, bool> under_ghost;
+    std::deque<std::string> outside;  // answers that are no object of the snapshot
     scene::Paths out;
-    std::unordered_set<std::string> seen;
+    std::unordered_set<std::string_view> seen;
+    auto add = [&](const std::string* found) {
+        if (found && !found->empty() && seen.insert(*found).second) out.push_back(*found);
+    };
     for (const auto& path : op_->get_selection()) {
-        std::vector<std::string> climbed;
-        std::string current = path;
-        std::string found;
+        const scene::Location* current = virtual_->find(path);
+        if (!current) {
+            add(&outside.emplace_back(find_scope_root(path, *ghost, scene_roots)));
+            continue;
+        }
+        std::vector<const scene::Location*> climbed;
+        const std::string* found = nullptr;
         while (true) {
             if (const auto it = known.find(current); it != known.end()) {
                 found = it->second;
                 break;
             }
             climbed.push_back(current);
-            // The snapshot holds what the host answered for every object below
-            // the selection roots; above them the host is asked.
-            const std::string parent =
-                virtual_->object_exists(current) ? virtual_->get_parent(current) : op_->get_parent(current);
+            const std::string parent = virtual_->get_parent(current->path);
             if (parent.empty()) break;
-            if (hierarchy_->is_ghost_root(*ghost, current)) {
-                found = current;
+            const scene::Location* above = virtual_->find(parent);
+            auto [slot, fresh] = under_ghost.try_emplace(above, false);
+            if (fresh || !above) slot->second = hierarchy_->is_ghost_root(*ghost, current->path);
+            if (slot->second) {
+                found = &current->path;
                 break;
             }
-            current = parent;
+            if (!above) {
+                found = &outside.emplace_back(find_scope_root(parent, *ghost, scene_roots));
+                break;
+            }
+            current = above;
         }
-        for (auto& p : climbed) known.emplace(std::move(p), found);
-        if (!found.empty() && seen.insert(found).second) out.push_back(found);
+        for (const auto* l : climbed) known.emplace(l, found);
+        add(found);
     }
     return out;
 }
