@@ -225,11 +225,13 @@ void bind_api(nb::module_& m) {
         .def_prop_ro("_virtual", &api::Api::virtual_scene)
         .def_prop_ro("_hierarchy", &api::Api::hierarchy)
         .def_prop_ro("_classes", &api::Api::classes)
-        .def_prop_ro("scene", &api::Api::scene)
+        // The component refers to its Api, which its Python object keeps alive.
+        .def_prop_ro("scene", &api::Api::scene, nb::keep_alive<0, 1>())
         .def("shutdown", &api::Api::shutdown);
 
     nb::class_<api::Scene>(api_cls, "_Scene", "Scanner, hierarchy and buffer of the open scene.")
-        .def_prop_ro("scanner", &api::Scene::scanner)
+        // The scanner fires the Api's events: it keeps the component, and so the Api, alive.
+        .def_prop_ro("scanner", &api::Scene::scanner, nb::keep_alive<0, 1>())
         .def_prop_ro("hierarchy", &api::Scene::hierarchy)
         .def_prop_ro("buffer", &api::Scene::buffer)
         .def("directory_dialog", [](api::Scene& s, const std::string& start) -> nb::object {

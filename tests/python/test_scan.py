@@ -316,3 +316,31 @@ def test_generated_scenes_keep_the_invariants(environment):
         assert scanner.upload_buffer() is True
         assert host._filedata == stored
     assert scans > 100
+
+
+def test_scene_services_outlive_a_dropped_api():
+    from test_lifetimes import run_isolated
+
+    out = run_isolated('''
+        scene, environment, api = host()
+        scanner, buffer = api.scene.scanner, api.scene.buffer
+        handlers = list(scene._callbacks)
+        class Marker:
+            pass
+
+        api.marker = Marker()  # lives as long as the Api does
+        kept = weakref.ref(api.marker)
+        del api
+        gc.collect()
+        print(kept() is not None)
+        # An empty selection fires an event of the Api that the scanner keeps.
+        scene._selection = []
+        print(scanner.upload_buffer())
+        del scanner
+        gc.collect()
+        print(kept() is None)
+        for handler in handlers:
+            handler()  # the Api is gone: the scene-opened handler does nothing
+        print(len(buffer.get()))
+    ''')
+    assert out.split() == ["True", "False", "True", "0"]
