@@ -107,13 +107,16 @@ scene::Paths Scanner::find_scope_roots(const scene::Paths& scene_roots) {
     auto add = [&](const std::string* found) {
         if (found && !found->empty() && seen.insert(*found).second) out.push_back(*found);
     };
-    for (const auto& path : op_->get_selection()) {
+    const scene::Paths selection = op_->get_selection();
+    known.reserve(selection.size());
+    std::vector<const scene::Location*> climbed;
+    for (const auto& path : selection) {
         const scene::Location* current = virtual_->find(path);
         if (!current) {
             add(&outside.emplace_back(find_scope_root(path, *ghost, scene_roots)));
             continue;
         }
-        std::vector<const scene::Location*> climbed;
+        climbed.clear();
         const std::string* found = nullptr;
         while (true) {
             if (const auto it = known.find(current); it != known.end()) {
