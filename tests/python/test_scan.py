@@ -344,3 +344,26 @@ def test_scene_services_outlive_a_dropped_api():
         print(len(buffer.get()))
     ''')
     assert out.split() == ["True", "False", "True", "0"]
+
+
+def test_reload_brings_stored_buckets_up_to_date(project_env):
+    host = Host(example_scene())
+    api = zerko.Api(host, project_env)
+    host.select_all()
+    assert api.scene.scanner.upload_buffer()
+    buffer = api.scene.buffer
+    first, second = buffer.get()
+    first.name, first.checked = "renamed", False
+    # The first asset loses its pivot (optional); the second asset is gone.
+    pivot = "|assets|rock0001_grp|rock0001_pivot"
+    host.children["|assets|rock0001_grp"].remove(pivot)
+    del host.types[pivot]
+    for path in [p for p in host.types if p.startswith("|assets|rock0002_grp")]:
+        del host.types[path]
+    host.children["|assets"].remove("|assets|rock0002_grp")
+    api.scene.scanner.reload_buffer()
+    assert buffer.get() == [first]
+    assert first.name == "renamed" and not first.checked
+    names = [j.name for j in first.get_joints()]
+    assert "rock0001_pivot" not in names and "rock0001_geo" in names
+    assert host._filedata == Buffer.encode([first])
