@@ -18,22 +18,6 @@ using scene::DataJoint;
 
 using Release = nb::call_guard<nb::gil_scoped_release>;
 
-// A scan calls the host's hooks once per object found, and each call leaves
-// a few temporaries; the collector is paused meanwhile, so that those do not
-// set off collections that walk the host's whole scene again and again.
-class PausedCollector {
-public:
-    PausedCollector() : was_enabled_(PyGC_Disable()) {}
-    ~PausedCollector() {
-        if (was_enabled_) PyGC_Enable();
-    }
-    PausedCollector(const PausedCollector&) = delete;
-    PausedCollector& operator=(const PausedCollector&) = delete;
-
-private:
-    int was_enabled_;
-};
-
 nb::list joint_list(const scene::Joints& joints) {
     nb::list out;
     for (const auto& j : joints) out.append(nb::cast(j));

@@ -31,15 +31,8 @@ zerko::JsonDocument filedata_result(nb::handle v, const char* what) {
 }
 
 nb::object from_json_bulk(const zerko::JsonDocument& data) {
-    const int was_enabled = PyGC_Disable();
-    try {
-        nb::object out = from_json(data);
-        if (was_enabled) PyGC_Enable();
-        return out;
-    } catch (...) {
-        if (was_enabled) PyGC_Enable();
-        throw;
-    }
+    PausedCollector paused;
+    return from_json(data);
 }
 
 namespace {
@@ -95,15 +88,11 @@ void PyOperator::embed_buckets(scene::StoredBuckets buckets) {
     {
         nb::gil_scoped_acquire gil;
         // New plain values form no cycles: the collector is paused while they are made.
-        const int was_enabled = PyGC_Disable();
         nb::object data;
-        try {
+        {
+            PausedCollector paused;
             data = StoredToPython().of(buckets);
-        } catch (...) {
-            if (was_enabled) PyGC_Enable();
-            throw;
         }
-        if (was_enabled) PyGC_Enable();
         nb::object result = ZERKO_PY_OVERRIDE("embed_filedata", data);
         if (result.is_valid()) return;
     }

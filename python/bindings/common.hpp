@@ -136,6 +136,23 @@ nb::handle str_type();
 /// `value` as a `_Str` when it is text; anything else unchanged.
 nb::object to_str(nb::handle value);
 
+// ---- the cyclic collector -----------------------------------------------------
+// Paused while many new Python objects are made or many host calls run: plain
+// values form no cycles, and collections set off meanwhile would walk the
+// host's whole scene again and again. The collector's state comes back as it was.
+class PausedCollector {
+public:
+    PausedCollector() : was_enabled_(PyGC_Disable()) {}
+    ~PausedCollector() {
+        if (was_enabled_) PyGC_Enable();
+    }
+    PausedCollector(const PausedCollector&) = delete;
+    PausedCollector& operator=(const PausedCollector&) = delete;
+
+private:
+    int was_enabled_;
+};
+
 // ---- checked conversions -----------------------------------------------------
 // Every conversion of a Python value to C++ text or integers goes through
 // these, so that a bad value raises what Python would raise rather than a
