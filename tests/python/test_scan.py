@@ -367,3 +367,30 @@ def test_reload_brings_stored_buckets_up_to_date(project_env):
     names = [j.name for j in first.get_joints()]
     assert "rock0001_pivot" not in names and "rock0001_geo" in names
     assert host._filedata == Buffer.encode([first])
+
+
+def test_reload_without_a_ghost_reads_the_scene_as_it_is_now(environment):
+    # A pattern without a ghost rule: the assets stand at the top and their
+    # buckets have no ghost joint, so the reload must read the scene anew
+    # rather than the snapshot of the scan.
+    with open(os.path.join(EXAMPLES, "rocks_project.json"), encoding="utf-8") as f:
+        project = json.load(f)
+    for record in project["records"].values():
+        record["rules"] = [rule for rule in record["rules"] if rule["name"] != "ghost"]
+        record["pattern"] = record["pattern"][0]["children"]
+    with open(os.path.join(environment.get_projects_directory(), "rocks_project.json"), "w", encoding="utf-8") as f:
+        json.dump(project, f)
+    document = example_scene()
+    document["objects"] = document["objects"][0]["children"]
+    host = Host(document)
+    api = zerko.Api(host, environment)
+    host.select_all()
+    assert api.scene.scanner.upload_buffer()
+    buffer = api.scene.buffer
+    assert len(buffer.get()) == 2 and all(b.get_joints()[0].name.endswith("_grp") for b in buffer.get())
+    pivot = "|rock0001_grp|rock0001_pivot"
+    host.children["|rock0001_grp"].remove(pivot)
+    del host.types[pivot]
+    api.scene.scanner.reload_buffer()
+    names = [j.name for b in buffer.get() for j in b.get_joints()]
+    assert "rock0001_geo" in names and "rock0001_pivot" not in names
