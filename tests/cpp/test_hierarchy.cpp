@@ -7,6 +7,7 @@
 
 #include "hierarchy_reference.hpp"
 #include "memory_scene.hpp"
+#include "pattern_rules.hpp"
 #include "zerko/foundation/errors.hpp"
 #include "zerko/hierarchy/hierarchy.hpp"
 
@@ -18,13 +19,8 @@ namespace {
 
 std::shared_ptr<Rule> rule(std::string stamp, std::string regex, std::int64_t minimum = 1, std::int64_t maximum = 1,
                            std::vector<std::string> types = {}, std::string name = "") {
-    auto r = std::make_shared<Rule>();
-    r->stamp = stamp;
-    r->name = name.empty() ? stamp : name;
-    r->regex = std::move(regex);
-    r->range = {minimum, maximum};
-    r->types = std::move(types);
-    return r;
+    return zerko::testing::make_rule(std::move(stamp), std::move(regex), minimum, maximum, std::move(types),
+                                     std::move(name));
 }
 
 TreeNode node(std::string stamp, std::vector<TreeNode> children = {}) { return {std::move(stamp), std::move(children)}; }

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "memory_scene.hpp"
+#include "pattern_rules.hpp"
 #include "zerko/foundation/logger.hpp"
 #include "zerko/scan/scanner.hpp"
 
@@ -52,12 +53,7 @@ public:
 
 std::shared_ptr<Rule> rule(std::string stamp, std::string regex, std::int64_t minimum, std::int64_t maximum,
                            std::vector<std::string> types, std::string name = "") {
-    auto r = std::make_shared<Rule>();
-    r->stamp = stamp;
-    r->name = name.empty() ? stamp : name;
-    r->regex = std::move(regex);
-    r->range = {minimum, maximum};
-    r->types = std::move(types);
+    auto r = zerko::testing::make_rule(stamp, std::move(regex), minimum, maximum, std::move(types), std::move(name));
     r->icon = stamp + "_icon";
     return r;
 }
