@@ -30,9 +30,10 @@ namespace json_detail {
 
 /// An insertion-ordered map: the entries live in a vector in the order they
 /// were added (iteration, equality and output follow it), and a hash index
-/// from key to position is built lazily for objects above `index_threshold`
-/// keys. The index is rebuilt whenever the vector moved or shrank; appending
-/// only extends it.
+/// from key to position is kept for objects above `index_threshold` keys.
+/// The mutating operations keep the index up to date (appending extends it; a
+/// moved or shrunk vector rebuilds it), so that lookups only read it and
+/// concurrent const reads of one document stay safe, as with std containers.
 template <class Key, class T, class IgnoredLess = std::less<Key>,
           class Allocator = std::allocator<std::pair<const Key, T>>>
 class IndexedMap : public std::vector<std::pair<const Key, T>, Allocator> {
@@ -57,21 +58,22 @@ public:
     IndexedMap(std::initializer_list<value_type> init, const Allocator& alloc = Allocator()) : Container{alloc} {
         insert(init.begin(), init.end());
     }
-    // The index holds views into the entries: copies and moves start without one.
-    IndexedMap(const IndexedMap& other) : Container(other) {}
-    IndexedMap(IndexedMap&& other) noexcept : Container(std::move(other)) { other.drop_index(); }
+    // The index holds views into the entries: a copy builds its own; a move
+    // keeps the entries' buffer, and so the views, when it can.
+    IndexedMap(const IndexedMap& other) : Container(other) { sync_index(); }
+    IndexedMap(IndexedMap&& other) noexcept : Container(std::move(other)) { take_index(other); }
     IndexedMap& operator=(const IndexedMap& other) {
         if (this != &other) {
             drop_index();
             Container::operator=(other);
+            sync_index();
         }
         return *this;
     }
     IndexedMap& operator=(IndexedMap&& other) noexcept {
         if (this != &other) {
-            drop_index();
-            other.drop_index();
             Container::operator=(std::move(other));
+            take_index(other);
         }
         return *this;
     }
@@ -81,6 +83,7 @@ public:
     std::pair<iterator, bool> emplace(KeyType&& key, T&& t) {
         if (const auto at = locate(key); at != npos) return {this->begin() + at, false};
         Container::emplace_back(std::forward<KeyType>(key), std::forward<T>(t));
+        sync_index();
         return {std::prev(this->end()), true};
     }
 
@@ -141,6 +144,7 @@ public:
             new (&*it) value_type{std::move(*std::next(it, removed))};
         }
         Container::resize(this->size() - static_cast<size_type>(removed));
+        sync_index();
         return this->begin() + offset;
     }
 
@@ -153,6 +157,7 @@ public:
     std::pair<iterator, bool> insert(const value_type& value) {
         if (const auto at = locate(value.first); at != npos) return {this->begin() + at, false};
         Container::push_back(value);
+        sync_index();
         return {std::prev(this->end()), true};
     }
     template <typename InputIt,
@@ -168,21 +173,26 @@ private:
     template <class KeyType>
     size_type locate(const KeyType& key) const {
         const std::string_view wanted(key);
-        if (this->size() <= index_threshold) {
+        // Small objects, and any change made around the mutating operations
+        // here, are searched in order.
+        if (indexed_data_ != this->data() || indexed_count_ != this->size()) {
             for (size_type i = 0; i < this->size(); ++i) {
                 if (std::string_view(Container::operator[](i).first) == wanted) return i;
             }
             return npos;
         }
-        refresh_index();
         const auto found = index_.find(wanted);
         return found == index_.end() ? npos : found->second;
     }
 
-    // Brings the index up to the entries: appended entries are added; a moved
-    // buffer (keys held in the string's own storage move with it) or fewer
-    // entries than indexed mean a rebuild.
-    void refresh_index() const {
+    // Brings the index up to the entries of an object above the threshold:
+    // appended entries are added; a moved buffer (keys held in the string's
+    // own storage move with it) or fewer entries than indexed mean a rebuild.
+    void sync_index() {
+        if (this->size() <= index_threshold) {
+            if (indexed_data_) drop_index();
+            return;
+        }
         if (indexed_data_ != this->data() || indexed_count_ > this->size()) {
             index_.clear();
             indexed_count_ = 0;
@@ -194,15 +204,23 @@ private:
         }
     }
 
+    // A move hands over the entries' buffer itself, so the views stay valid.
+    void take_index(IndexedMap& other) noexcept {
+        index_ = std::move(other.index_);
+        indexed_data_ = other.indexed_data_;
+        indexed_count_ = other.indexed_count_;
+        other.drop_index();
+    }
+
     void drop_index() noexcept {
         index_.clear();
         indexed_count_ = 0;
         indexed_data_ = nullptr;
     }
 
-    mutable std::unordered_map<std::string_view, size_type> index_;
-    mutable const value_type* indexed_data_ = nullptr;
-    mutable size_type indexed_count_ = 0;
+    std::unordered_map<std::string_view, size_type> index_;
+    const value_type* indexed_data_ = nullptr;
+    size_type indexed_count_ = 0;
 };
 
 }  // namespace json_detail
