@@ -7,6 +7,8 @@
 #include <exception>
 #include <filesystem>
 
+#include <unistd.h>
+
 #include "zerko/foundation/errors.hpp"
 #include "zerko/foundation/logger.hpp"
 #include "zerko/foundation/paths.hpp"
@@ -111,13 +113,24 @@ void move_corrupted(const std::string& path) {
         foundation::path::make_directory(quarantine);
         if (!std::filesystem::exists(path)) throw FileNotFoundError(ENOENT, path);
         // Two files quarantined within one second share the timed name: the
-        // later one takes a counter, and no quarantined file is replaced.
+        // later one takes a counter, and no quarantined file is replaced. A
+        // hard link claims a name only if it is free, so two processes that
+        // quarantine at once cannot take the same one.
         const auto [stem, extension] = split_extension(timed_filename(filename));
-        std::string target = foundation::path::join(quarantine, stem + extension);
-        for (int n = 1; std::filesystem::exists(std::filesystem::symlink_status(target)); ++n) {
-            target = foundation::path::join(quarantine, stem + "-" + std::to_string(n) + extension);
+        for (int n = 0;; ++n) {
+            const std::string target =
+                foundation::path::join(quarantine, n == 0 ? stem + extension : stem + "-" + std::to_string(n) + extension);
+            if (::link(path.c_str(), target.c_str()) == 0) {
+                if (::unlink(path.c_str()) != 0) throw FileNotFoundError(errno, path);
+                break;
+            }
+            if (errno == EEXIST) continue;
+            if (errno == ENOENT) throw FileNotFoundError(ENOENT, path);
+            // A file system without hard links: the free name is taken by rename.
+            if (std::filesystem::exists(std::filesystem::symlink_status(target))) continue;
+            if (std::rename(path.c_str(), target.c_str()) != 0) throw FileNotFoundError(errno, path);
+            break;
         }
-        if (std::rename(path.c_str(), target.c_str()) != 0) throw FileNotFoundError(errno, path);
     } catch (const std::exception&) {
         foundation::Logger::exception(std::current_exception());
     }
